@@ -1,0 +1,17 @@
+// Runs a call into foreign code under a structured exception handler. When a
+// fault happens, `decide` is asked (during the first pass of exception
+// dispatch, on the faulting thread) whether to handle it; a handled fault
+// unwinds back here and CallGuarded returns false. A fault that is not
+// handled goes on to the process's own crash handling.
+#pragma once
+
+#include <windows.h>
+
+namespace KyGuidUtils {
+
+using GuardedCall = void (*)(void* context);
+using FaultDecision = bool (*)(const EXCEPTION_RECORD* fault, void* context);
+
+bool CallGuarded(GuardedCall call, void* callContext, FaultDecision decide, void* decideContext);
+
+}  // namespace KyGuidUtils

@@ -1,0 +1,279 @@
+#include "common/logfacade.h"
+
+#include <atomic>
+#include <cstring>
+#include <cwchar>
+#include <new>
+#include <string>
+#include <cwchar>
+
+#include "common/faultguard.h"
+#include "common/kylog.h"
+#include "common/lazysingleton.h"
+#include "common/win32raii.h"
+
+namespace KyLog {
+namespace {
+
+constexpr wchar_t kInstallDirLocation[] =
+    L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Corvane\\LumarMgr\\InstallDir";
+
+bool ExecutableDirectory(wchar_t (&dir)[MAX_PATH]) {
+  DWORD length = GetModuleFileNameW(nullptr, dir, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) {
+    dir[0] = L'\0';
+    return false;
+  }
+  wchar_t* slash = wcsrchr(dir, L'\\');
+  if (slash) *slash = L'\0';
+  return true;
+}
+
+// "dir\name" when it fits in MAX_PATH with `reserve` characters to spare.
+bool JoinPath(const wchar_t* dir, const wchar_t* name, size_t reserve, wchar_t (&out)[MAX_PATH]) {
+  size_t length = dir ? wcslen(dir) : 0;
+  if (length == 0 || length + reserve >= MAX_PATH) return false;
+  wcscpy_s(out, dir);
+  if (out[length - 1] != L'\\') wcscat_s(out, L"\\");
+  wcscat_s(out, name);
+  return true;
+}
+
+IKyLog* LoadLogModule(const wchar_t* dir) {
+  wchar_t path[MAX_PATH];
+  if (!JoinPath(dir, LogFacade::kModuleName, 15, path)) return nullptr;
+  HMODULE module = LoadLibraryW(path);
+  if (!module) return nullptr;
+  auto factory = KyGuidUtils::GetProcAs<GetKyLogExFn>(module, "GetKyLogEx");
+  IKyLog* log = factory ? factory() : nullptr;
+  // The module stays loaded for the life of the process once it answered.
+  if (!log) FreeLibrary(module);
+  return log;
+}
+
+bool IsWow64() {
+  using IsWow64ProcessFn = BOOL(WINAPI*)(HANDLE, PBOOL);
+  auto isWow64Process =
+      KyGuidUtils::GetProcAs<IsWow64ProcessFn>(GetModuleHandleW(L"kernel32"), "IsWow64Process");
+  BOOL wow64 = FALSE;
+  return isWow64Process && isWow64Process(GetCurrentProcess(), &wow64) && wow64;
+}
+
+}  // namespace
+
+// Reads a "ROOT\key\value" registry location into `out` (at most MAX_PATH
+// characters, always terminated). Shared with the installed-copy lookup.
+bool ReadRegistryLocation(const wchar_t* location, wchar_t (&out)[MAX_PATH]) {
+  static constexpr wchar_t kCurrentUser[] = L"HKEY_CURRENT_USER";
+  static constexpr wchar_t kLocalMachine[] = L"HKEY_LOCAL_MACHINE";
+  HKEY root;
+  const wchar_t* rest;
+  if (wcsncmp(location, kCurrentUser, 17) == 0) {
+    root = HKEY_CURRENT_USER;
+    rest = location + 17;
+  } else if (wcsncmp(location, kLocalMachine, 18) == 0) {
+    root = HKEY_LOCAL_MACHINE;
+    rest = location + 18;
+    if (*rest == L'\\') ++rest;
+  } else {
+    return false;
+  }
+  const wchar_t* lastSlash = wcsrchr(rest, L'\\');
+  if (!lastSlash) return false;
+  std::wstring keyPath(rest, lastSlash);
+  const wchar_t* valueName = lastSlash + 1;
+
+  REGSAM access = KEY_QUERY_VALUE;
+  if (IsWow64()) access |= KEY_WOW64_64KEY;
+  KyGuidUtils::UniqueRegKey key;
+  if (RegOpenKeyExW(root, keyPath.c_str(), 0, access, key.put()) != ERROR_SUCCESS) return false;
+  DWORD bytes = sizeof(out);
+  LSTATUS status = RegQueryValueExW(key.get(), valueName, nullptr, nullptr,
+                                    reinterpret_cast<BYTE*>(out), &bytes);
+  out[MAX_PATH - 1] = L'\0';
+  return status == ERROR_SUCCESS;
+}
+
+LogFacade::LogFacade() {
+  ExecutableDirectory(m_dir);
+
+  HMODULE self = nullptr;
+  if (GetModuleHandleExW(
+          GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+          reinterpret_cast<LPCWSTR>(&GetLogFacade), &self)) {
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(self, path, MAX_PATH);
+    const wchar_t* slash = wcsrchr(path, L'\\');
+    wcsncpy_s(m_moduleName, slash ? slash + 1 : path, _TRUNCATE);
+  }
+
+  m_log = LoadLogModule(m_dir);
+  if (!m_log && ReadRegistryLocation(kInstallDirLocation, m_dir)) m_log = LoadLogModule(m_dir);
+  if (m_log) InitModule();
+}
+
+LogFacade* GetLogFacade() {
+  static std::atomic<uintptr_t> published{0};
+  alignas(LogFacade) static unsigned char storage[sizeof(LogFacade)];
+  KyGuidUtils::PreserveLastError keepCallersError;
+  return KyGuidUtils::GetOrBuild<LogFacade>(published, []() noexcept -> LogFacade* {
+    return new (storage) LogFacade();
+  });
+}
+
+BOOL LogFacade::IsEnabled(uint32_t level) {
+  if (!m_log || m_faulted) return FALSE;
+  return GuardedIsLevelEnabled(level);
+}
+
+BOOL LogFacade::LogVW(uint64_t category, uint32_t level, uint32_t error, const wchar_t* file,
+                      uint32_t line, const wchar_t* function, const wchar_t* format,
+                      va_list args) {
+  if (!m_log || m_faulted) return FALSE;
+  LogRecord record = MakeRecord(category, level, error, file, line, function, args);
+  record.wideFormat = format;
+  return Submit(record);
+}
+
+BOOL LogFacade::LogVA(uint64_t category, uint32_t level, uint32_t error, const wchar_t* file,
+                      uint32_t line, const wchar_t* function, const char* format, va_list args) {
+  if (!m_log || m_faulted) return FALSE;
+  LogRecord record = MakeRecord(category, level, error, file, line, function, args);
+  record.narrowFormat = format;
+  return Submit(record);
+}
+
+BOOL LogFacade::LogW(uint64_t category, uint32_t level, uint32_t error, const wchar_t* file,
+                     uint32_t line, const wchar_t* function, const wchar_t* format, ...) {
+  va_list args;
+  va_start(args, format);
+  BOOL result = LogVW(category, level, error, file, line, function, format, args);
+  va_end(args);
+  return result;
+}
+
+BOOL LogFacade::LogA(uint64_t category, uint32_t level, uint32_t error, const wchar_t* file,
+                     uint32_t line, const wchar_t* function, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  BOOL result = LogVA(category, level, error, file, line, function, format, args);
+  va_end(args);
+  return result;
+}
+
+BOOL LogFacade::TraceVW(uint64_t category, uint32_t error, const wchar_t* file, uint32_t line,
+                        const wchar_t* function, const wchar_t* format, va_list args) {
+  return LogVW(category, kTrace, error, file, line, function, format, args);
+}
+
+BOOL LogFacade::TraceVA(uint64_t category, uint32_t error, const wchar_t* file, uint32_t line,
+                        const wchar_t* function, const char* format, va_list args) {
+  return LogVA(category, kTrace, error, file, line, function, format, args);
+}
+
+LogRecord LogFacade::MakeRecord(uint64_t category, uint32_t level, uint32_t error,
+                                const wchar_t* file, uint32_t line, const wchar_t* function,
+                                va_list args) const {
+  LogRecord record;
+  memset(&record, 0, sizeof(record));
+  record.size = sizeof(LogRecord);
+  record.category = category;
+  record.level = level;
+  record.error = error;
+  record.module = m_moduleName;
+  record.file = file;
+  record.line = line;
+  record.function = function;
+  record.arguments = args;
+  return record;
+}
+
+// --- Calls into the module, each under the fault guard -------------------
+
+void LogFacade::InitModule() {
+  struct Call {
+    LogFacade* facade;
+    static void Run(void* context) {
+      LogFacade* f = static_cast<Call*>(context)->facade;
+      f->m_log->Init(kSharedObjectName, f->m_dir);
+    }
+  } call{this};
+  RunGuarded(&Call::Run, &call);
+}
+
+BOOL LogFacade::GuardedIsLevelEnabled(uint32_t level) {
+  struct Call {
+    LogFacade* facade;
+    uint32_t level;
+    BOOL result;
+    static void Run(void* context) {
+      Call* c = static_cast<Call*>(context);
+      c->result = c->facade->m_log->IsLevelEnabled(c->level) ? TRUE : FALSE;
+    }
+  } call{this, level, FALSE};
+  return RunGuarded(&Call::Run, &call) ? call.result : FALSE;
+}
+
+BOOL LogFacade::Submit(LogRecord& record) {
+  struct Call {
+    LogFacade* facade;
+    LogRecord* record;
+    static void Run(void* context) {
+      Call* c = static_cast<Call*>(context);
+      c->facade->m_log->Write(c->record);
+    }
+  } call{this, &record};
+  return RunGuarded(&Call::Run, &call) ? TRUE : FALSE;
+}
+
+bool LogFacade::RunGuarded(void (*call)(void*), void* context) {
+  if (m_faulted) return false;
+  if (KyGuidUtils::CallGuarded(call, context, &LogFacade::DecideFault, this)) return true;
+  InterlockedExchange(&m_faulted, 1);
+  return false;
+}
+
+bool LogFacade::DecideFault(const EXCEPTION_RECORD*, void*) {
+  // Placeholder until the debugger counter and the LastException.dat gate
+  // are in: every fault is contained.
+  return true;
+}
+
+// --- The call-site API ----------------------------------------------------
+
+bool IsEnabled(uint32_t level) {
+  KyGuidUtils::PreserveLastError keepCallersError;
+  return GetLogFacade()->IsEnabled(level) != FALSE;
+}
+
+void Write(uint32_t level, const Site& site, const char* format, ...) {
+  KyGuidUtils::PreserveLastError keepCallersError;
+  LogFacade* facade = GetLogFacade();
+  if (!facade->IsEnabled(level)) return;
+  va_list args;
+  va_start(args, format);
+  facade->LogVA(0, level, 0, site.file, site.line, site.function, format, args);
+  va_end(args);
+}
+
+void Write(uint32_t level, const Site& site, const wchar_t* format, ...) {
+  KyGuidUtils::PreserveLastError keepCallersError;
+  LogFacade* facade = GetLogFacade();
+  if (!facade->IsEnabled(level)) return;
+  va_list args;
+  va_start(args, format);
+  facade->LogVW(0, level, 0, site.file, site.line, site.function, format, args);
+  va_end(args);
+}
+
+void WriteError(uint32_t level, uint32_t error, const Site& site, const char* format, ...) {
+  KyGuidUtils::PreserveLastError keepCallersError;
+  LogFacade* facade = GetLogFacade();
+  if (!facade->IsEnabled(level)) return;
+  va_list args;
+  va_start(args, format);
+  facade->LogVA(0, level, error, site.file, site.line, site.function, format, args);
+  va_end(args);
+}
+
+}  // namespace KyLog

@@ -1,0 +1,132 @@
+#include "kyguidlib/cguidprofile.h"
+
+#include <windows.h>
+#include <shlobj.h>
+#include <shlwapi.h>
+
+#include <cstdio>
+#include <vector>
+
+#include "common/kylog.h"
+#include "common/strutil.h"
+#include "kyguidlib/guidpaths.h"
+
+namespace KyGuid {
+namespace {
+
+constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\cguidprofile";
+constexpr DWORD kValueBufferSize = 4096;
+
+uint64_t LastWriteTime(const std::string& path) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (!GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data)) return 0;
+  return static_cast<uint64_t>(data.ftLastWriteTime.dwHighDateTime) << 32 |
+         data.ftLastWriteTime.dwLowDateTime;
+}
+
+std::string FormatInt(int value) {
+  char text[64];
+  snprintf(text, sizeof(text), "%d", value);
+  return text;
+}
+
+}  // namespace
+
+CGuidProfile::CGuidProfile() : m_path(GetGuidFilePath()) {
+  std::wstring folder = GetProfileDir();
+  if (folder.empty() || PathFileExistsW(folder.c_str())) return;
+  SHCreateDirectory(nullptr, folder.c_str());
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(L"KyGuid::CGuidProfile::CGuidProfile"),
+               L"Create guid profile directory: %s", folder.c_str());
+}
+
+std::string CGuidProfile::ReadString(const char* section, const char* key) const {
+  std::vector<char> buffer(kValueBufferSize);
+  DWORD length = GetPrivateProfileStringA(section, key, "", buffer.data(), kValueBufferSize,
+                                          m_path.c_str());
+  return std::string(buffer.data(), length);
+}
+
+int CGuidProfile::ReadInt(const char* section, const char* key, int defaultValue) const {
+  return static_cast<int>(GetPrivateProfileIntA(section, key, defaultValue, m_path.c_str()));
+}
+
+int CGuidProfile::LoadGuidInfo(GuidRecord& out) const {
+  std::string guid = ReadString(kActiveSection, "Guid");
+  if (!KyGuidUtils::IsGuidText(guid)) {
+    DWORD error = GetLastError();
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(L"KyGuid::CGuidProfile::LoadGuidInfo"),
+                 "LoadGuidInfo failed: %u, timestamp=%llu, %s", static_cast<unsigned>(error),
+                 static_cast<unsigned long long>(LastWriteTime(m_path)), m_path.c_str());
+    return FALSE;
+  }
+  out.Guid = guid;
+
+  std::string diskKey = ReadString(kActiveSection, "DiskKey");
+  KyGuidUtils::RemoveBlanksAfterMarker(diskKey, "PID:{");
+  KyGuidUtils::RemoveBlanksAfterMarker(diskKey, "SN:{");
+  out.DiskKey = diskKey;
+
+  std::string diskDetail = ReadString(kActiveSection, "DiskDetail");
+  KyGuidUtils::RemoveBlanksAfterMarker(diskDetail, "PID:{");
+  KyGuidUtils::RemoveBlanksAfterMarker(diskDetail, "VID:{");
+  KyGuidUtils::RemoveBlanksAfterMarker(diskDetail, "SN:{");
+  out.DiskDetail = diskDetail;
+
+  out.AdapterKey = ReadString(kActiveSection, "AdapterKey");
+  out.AdapterDetail = ReadString(kActiveSection, "AdapterDetail");
+  out.CreateIndex = ReadInt(kActiveSection, "CreateIndex", -1);
+  out.CreateTime = ReadInt(kActiveSection, "CreateTime", 0);
+  out.Score = ReadInt(kActiveSection, "Score", 0);
+  out.Reason = ReadInt(kActiveSection, "Reason", 0);
+  out.Version = ReadInt(kActiveSection, "Version", 0);
+  return TRUE;
+}
+
+void CGuidProfile::SaveGuidInfo(const std::string& section, const GuidRecord& record,
+                                const char* keyPrefix) const {
+  const std::string prefix = keyPrefix ? keyPrefix : "";
+  auto write = [&](const char* key, const std::string& value) {
+    return WritePrivateProfileStringA(section.c_str(), (prefix + key).c_str(), value.c_str(),
+                                      m_path.c_str()) != FALSE;
+  };
+  if (!write("Guid", record.Guid)) {
+    DWORD error = GetLastError();
+    KyLog::WriteError(KyLog::kError, error, KYLOG_SITE(L"KyGuid::CGuidProfile::SaveGuidInfo"),
+                      "SaveGuidInfo failed: %u, %s", static_cast<unsigned>(error),
+                      m_path.c_str());
+    return;
+  }
+  write("DiskKey", record.DiskKey);
+  write("DiskDetail", record.DiskDetail);
+  write("AdapterKey", record.AdapterKey);
+  write("AdapterDetail", record.AdapterDetail);
+  write("CreateIndex", FormatInt(record.CreateIndex));
+  write("CreateTime", FormatInt(record.CreateTime));
+  write("Score", FormatInt(record.Score));
+  write("Reason", FormatInt(record.Reason));
+  write("Version", FormatInt(record.Version));
+}
+
+std::string CGuidProfile::BuildSectionName(int createIndex) {
+  char name[32];
+  snprintf(name, sizeof(name), "Build%d", createIndex % 5);
+  return name;
+}
+
+std::string CGuidProfile::FindBuildAdapter(const std::string& text) const {
+  int index = ReadInt(kActiveSection, "CreateIndex", -1);
+  for (int walked = 0; walked < 5 && index >= 0; ++walked, --index) {
+    const std::string section = BuildSectionName(index);
+    unsigned count = static_cast<unsigned>(ReadInt(section.c_str(), "AdapterCount", 0));
+    for (unsigned j = 0; j < count; ++j) {
+      char key[32];
+      snprintf(key, sizeof(key), "Adapter%u", j);
+      std::string entry = ReadString(section.c_str(), key);
+      if (entry.find(text) != std::string::npos) return entry;
+    }
+  }
+  return std::string();
+}
+
+}  // namespace KyGuid

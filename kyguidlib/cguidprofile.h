@@ -1,0 +1,43 @@
+// Guid.db: the active GUID record and a ring of five "Build%d" history
+// sections, read and written through the Windows profile-string functions.
+// Objects are short-lived; each one makes sure the data folder exists.
+#pragma once
+
+#include <string>
+
+#include "kyguidlib/guidrecord.h"
+
+namespace KyGuid {
+
+class CGuidProfile {
+ public:
+  static constexpr char kActiveSection[] = "ActiveGuid";
+
+  CGuidProfile();
+
+  const std::string& Path() const { return m_path; }
+
+  // Reads "ActiveGuid"; FALSE (and `out` untouched) unless "Guid" holds
+  // exactly 32 hexadecimal digits.
+  int LoadGuidInfo(GuidRecord& out) const;
+
+  // Writes the ten stored keys, each name prefixed with `keyPrefix` (null for
+  // none). A failed first write is logged and ends the save of this record.
+  void SaveGuidInfo(const std::string& section, const GuidRecord& record,
+                    const char* keyPrefix) const;
+
+  // The first adapter entry of the recent builds that contains `text`,
+  // walking back from the active CreateIndex over at most five sections.
+  std::string FindBuildAdapter(const std::string& text) const;
+
+  // "Build%d" of `createIndex` % 5, remainder with the dividend's sign.
+  static std::string BuildSectionName(int createIndex);
+
+ private:
+  std::string ReadString(const char* section, const char* key) const;
+  int ReadInt(const char* section, const char* key, int defaultValue) const;
+
+  std::string m_path;
+};
+
+}  // namespace KyGuid

@@ -1,0 +1,24 @@
+// Where the library keeps its files: the common application-data folder plus
+// "\Corvane\Greibraske". Each helper returns an empty string when the folder
+// cannot be had.
+#pragma once
+
+#include <string>
+
+namespace KyGuid {
+
+std::wstring GetProfileDir();
+std::string GetProfileDirA();
+std::string GetGuidFilePath();
+std::string GetReportFilePath();
+std::string GetGlobalMgrFilePath();
+// The per-user counterpart of the profile folder (CSIDL_APPDATA), narrow.
+std::string GetUserProfileDirA();
+// The host executable's file name without directory and last extension.
+std::string GetProcessName();
+
+// Conversions on the ANSI code page.
+std::string WideToAnsi(const std::wstring& text);
+std::wstring AnsiToWide(const std::string& text);
+
+}  // namespace KyGuid

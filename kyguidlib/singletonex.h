@@ -1,0 +1,68 @@
+// The process-wide object behind an export. CSingletonEx<T> lives in static
+// storage, is built in place on first use, supplies the IUnknown slots for T
+// and is shut down from the runtime's exit list. Clients never free it.
+//
+// At exit the object releases its resources through T::OnProcessExit() but
+// is not destructed: a host thread that still holds the pointer (the word is
+// never reset) then calls a live object that fails softly, not a destroyed
+// one whose table has pure-virtual slots.
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <new>
+
+#include "common/lazysingleton.h"
+
+namespace KyGuidUtils {
+
+// T provides `Interface` (the COM interface it implements) and a static
+// `InterfaceId()`; the singleton answers only that IID and IUnknown.
+template <typename T>
+class CSingletonEx final : public T {
+ public:
+  static CSingletonEx* Instance() {
+    return GetOrBuild<CSingletonEx>(s_published, &CSingletonEx::Build);
+  }
+
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
+    if (!out) return E_POINTER;
+    if (!IsEqualIID(iid, IID_IUnknown) && !IsEqualIID(iid, T::InterfaceId())) {
+      return E_NOINTERFACE;  // *out is left as the caller had it
+    }
+    *out = static_cast<typename T::Interface*>(this);
+    AddRef();
+    return S_OK;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
+  ULONG STDMETHODCALLTYPE Release() override { return 1; }
+
+ private:
+  CSingletonEx() = default;
+
+  static CSingletonEx* Build() noexcept {
+    static_assert(sizeof(CSingletonEx) == sizeof(T), "no members of its own");
+    if (s_constructed) return reinterpret_cast<CSingletonEx*>(s_storage);
+    try {
+      CSingletonEx* object = new (s_storage) CSingletonEx();
+      s_constructed = true;
+      atexit(&CSingletonEx::Destroy);
+      return object;
+    } catch (...) {
+      return nullptr;  // T's constructor undid its own partial state
+    }
+  }
+
+  static void Destroy() {
+    if (s_constructed) reinterpret_cast<CSingletonEx*>(s_storage)->OnProcessExit();
+  }
+
+  static inline std::atomic<uintptr_t> s_published{0};
+  static inline bool s_constructed = false;
+  alignas(T) static inline unsigned char s_storage[sizeof(T)] = {};
+};
+
+}  // namespace KyGuidUtils

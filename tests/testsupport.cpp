@@ -1,0 +1,152 @@
+#include "tests/testsupport.h"
+
+#include <shlobj.h>
+
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+namespace KyGuidTest {
+namespace {
+
+void RemoveTree(const std::string& path) {
+  WIN32_FIND_DATAA data;
+  HANDLE find = FindFirstFileA((path + "\\*").c_str(), &data);
+  if (find != INVALID_HANDLE_VALUE) {
+    do {
+      std::string name = data.cFileName;
+      if (name == "." || name == "..") continue;
+      std::string child = path + "\\" + name;
+      SetFileAttributesA(child.c_str(), FILE_ATTRIBUTE_NORMAL);
+      if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+        RemoveTree(child);
+      } else {
+        DeleteFileA(child.c_str());
+      }
+    } while (FindNextFileA(find, &data));
+    FindClose(find);
+  }
+  RemoveDirectoryA(path.c_str());
+}
+
+}  // namespace
+
+TempDir::TempDir() {
+  static std::atomic<int> counter{0};
+  char base[MAX_PATH] = {};
+  GetTempPathA(MAX_PATH, base);
+  char name[MAX_PATH];
+  snprintf(name, sizeof(name), "%skyguid-test-%lu-%d-%lu", base, GetCurrentProcessId(),
+           counter++, GetTickCount());
+  m_path = name;
+  MakeDirs(m_path);
+}
+
+TempDir::~TempDir() { RemoveTree(m_path); }
+
+std::wstring TempDir::WidePath() const { return std::wstring(m_path.begin(), m_path.end()); }
+
+TestFolders::TestFolders(const std::string& root) : m_root(root) {}
+
+bool TestFolders::GetFolder(int csidl, std::wstring& path) {
+  if (m_fail) return false;
+  std::string folder;
+  switch (csidl & ~CSIDL_FLAG_CREATE) {
+    case CSIDL_COMMON_APPDATA:
+      folder = CommonAppData();
+      break;
+    case CSIDL_APPDATA:
+      folder = UserAppData();
+      break;
+    default:
+      return false;
+  }
+  MakeDirs(folder);
+  path.assign(folder.begin(), folder.end());
+  return true;
+}
+
+void IsolatedTest::SetUp() {
+  m_temp = std::make_unique<TempDir>();
+  m_folders = std::make_unique<TestFolders>(m_temp->Path());
+  m_platform = std::make_unique<KyGuid::ScopedPlatform>(
+      KyGuid::Platform{m_folders.get(), nullptr, nullptr});
+  SetEnvironmentVariableA("KYLOGEX_FILE", LogPath().c_str());
+  SetEnvironmentVariableA("KYLOGEX_LEVEL", "6");
+}
+
+void IsolatedTest::TearDown() {
+  SetEnvironmentVariableA("KYLOGEX_FILE", nullptr);
+  m_platform.reset();
+  m_folders.reset();
+  m_temp.reset();
+}
+
+std::string IsolatedTest::ProfileDir() const {
+  return m_folders->CommonAppData() + "\\Corvane\\Greibraske";
+}
+
+std::vector<std::string> IsolatedTest::LogLines() const {
+  std::vector<std::string> lines;
+  std::istringstream in(ReadWholeFile(LogPath()));
+  std::string line;
+  while (std::getline(in, line)) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+int IsolatedTest::CountLog(const std::string& text) const {
+  int count = 0;
+  for (const std::string& line : LogLines()) {
+    if (line.find(text) != std::string::npos) ++count;
+  }
+  return count;
+}
+
+std::string ReadWholeFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream content;
+  content << in.rdbuf();
+  return content.str();
+}
+
+void WriteWholeFile(const std::string& path, const std::string& content) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << content;
+}
+
+void MakeDirs(const std::string& path) {
+  std::wstring wide(path.begin(), path.end());
+  SHCreateDirectoryExW(nullptr, wide.c_str(), nullptr);
+}
+
+std::string IniRead(const std::string& path, const char* section, const char* key) {
+  char value[4096] = {};
+  GetPrivateProfileStringA(section, key, "", value, sizeof(value), path.c_str());
+  return value;
+}
+
+void IniWrite(const std::string& path, const char* section, const char* key, const char* value) {
+  WritePrivateProfileStringA(section, key, value, path.c_str());
+}
+
+void TouchForward(const std::string& path, int seconds) {
+  HANDLE file = CreateFileA(path.c_str(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                            nullptr, OPEN_EXISTING, 0, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return;
+  FILETIME written;
+  GetFileTime(file, nullptr, nullptr, &written);
+  ULARGE_INTEGER value;
+  value.LowPart = written.dwLowDateTime;
+  value.HighPart = written.dwHighDateTime;
+  value.QuadPart += static_cast<ULONGLONG>(seconds) * 10000000ull;
+  written.dwLowDateTime = value.LowPart;
+  written.dwHighDateTime = value.HighPart;
+  SetFileTime(file, nullptr, nullptr, &written);
+  CloseHandle(file);
+}
+
+}  // namespace KyGuidTest

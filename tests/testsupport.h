@@ -1,0 +1,74 @@
+// Shared by the test executables that link the core: each test runs against
+// folders of its own, created fresh and removed afterwards.
+#pragma once
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kyguidlib/platform.h"
+#include "kyguidlib/platform_testing.h"
+
+namespace KyGuidTest {
+
+// A new empty folder under the temp folder, removed with its content.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  const std::string& Path() const { return m_path; }
+  std::wstring WidePath() const;
+
+ private:
+  std::string m_path;
+};
+
+class TestFolders final : public KyGuid::IFolders {
+ public:
+  explicit TestFolders(const std::string& root);
+  bool GetFolder(int csidl, std::wstring& path) override;
+  // Folder queries fail from now on, as on a machine without a profile.
+  void Fail() { m_fail = true; }
+  std::string CommonAppData() const { return m_root + "\\common"; }
+  std::string UserAppData() const { return m_root + "\\user"; }
+
+ private:
+  std::string m_root;
+  bool m_fail = false;
+};
+
+// Fixture: fresh common and per-user application-data folders, and the
+// substitute log module (when beside the executable) writing every level to
+// a log file of this test.
+class IsolatedTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  std::string ProfileDir() const;  // ...\common\Corvane\Greibraske
+  std::string GuidDbPath() const { return ProfileDir() + "\\Guid.db"; }
+  std::string LogPath() const { return m_temp->Path() + "\\kylog.txt"; }
+  // The log lines written so far; empty when no log module is loaded.
+  std::vector<std::string> LogLines() const;
+  // How many log lines contain `text`.
+  int CountLog(const std::string& text) const;
+
+  std::unique_ptr<TempDir> m_temp;
+  std::unique_ptr<TestFolders> m_folders;
+  std::unique_ptr<KyGuid::ScopedPlatform> m_platform;
+};
+
+std::string ReadWholeFile(const std::string& path);
+void WriteWholeFile(const std::string& path, const std::string& content);
+void MakeDirs(const std::string& path);
+std::string IniRead(const std::string& path, const char* section, const char* key);
+void IniWrite(const std::string& path, const char* section, const char* key, const char* value);
+// Moves the file's last-write time forward by `seconds` (profile writes in
+// one second may otherwise share a timestamp).
+void TouchForward(const std::string& path, int seconds);
+
+}  // namespace KyGuidTest
