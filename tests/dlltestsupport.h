@@ -1,0 +1,43 @@
+// For tests that go through the shipped KyGuid64.dll beside the test
+// executable. The DLL uses the machine's real profile folder, so these tests
+// hold the ctest resource lock "machine_profile" and start from an empty one.
+#pragma once
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "kyguidlib/kyguidapi.h"
+
+namespace KyGuidTest {
+
+std::string ExecutableDir();
+// C:\ProgramData\Corvane\Greibraske of the Wine prefix.
+std::string MachineProfileDir();
+void WipeMachineProfile();
+
+struct ProcessResult {
+  DWORD exitCode = 0xFFFFFFFF;
+  std::string output;  // stdout and stderr together
+};
+// Runs `commandLine` (the program resolved in the test executable's folder)
+// and waits for it.
+ProcessResult RunProcess(const std::string& commandLine, DWORD timeoutMs = 60000);
+
+class DllTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  KyGuid::IGuidReader* Reader() const { return m_getReader(); }
+  KyGuid::IGuidUpdater* Updater() const { return m_getUpdater(); }
+  std::string GuidDbPath() const { return MachineProfileDir() + "\\Guid.db"; }
+
+  HMODULE m_library = nullptr;
+  GetGuidReaderFn m_getReader = nullptr;
+  GetGuidUpdaterFn m_getUpdater = nullptr;
+};
+
+}  // namespace KyGuidTest

@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Sets everything up, builds, and runs every test under the project's Wine
+# prefix. Exits non-zero when a test fails or when no test ran.
+set -euo pipefail
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+cd "$root"
+tools/setup.sh
+
+# One wineserver for the whole run instead of one per test process.
+export WINEPREFIX="$root/.wine"
+/usr/lib/wine/wineserver -p
+trap '/usr/lib/wine/wineserver -k 2>/dev/null || true' EXIT
+
+cd build
+ctest -j"$(nproc)" --output-on-failure --no-tests=error --timeout 300
