@@ -6,10 +6,13 @@ root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$root"
 tools/setup.sh
 
-# One wineserver for the whole run instead of one per test process.
+# One wineserver for the whole run instead of one per test process. Its
+# service processes are started here with their output discarded: started by
+# a test, they would inherit ctest's output pipe and hold it open.
 export WINEPREFIX="$root/.wine"
 /usr/lib/wine/wineserver -p
 trap '/usr/lib/wine/wineserver -k 2>/dev/null || true' EXIT
+tools/winerun cmd /c exit </dev/null >/dev/null 2>&1 || true
 
 cd build
 ctest -j"$(nproc)" --output-on-failure --no-tests=error --timeout 300
