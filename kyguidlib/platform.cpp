@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <shlobj.h>
 
+#include "kyguidlib/hardware.h"
 #include "kyguidlib/platform_testing.h"
 
 namespace KyGuid {
@@ -27,7 +28,7 @@ class Win32Ticks final : public ITickSource {
 
 Win32Folders g_folders;
 Win32Ticks g_ticks;
-Platform g_platform{&g_folders, &g_ticks, nullptr};
+Platform g_platform{&g_folders, &g_ticks, &Win32Hardware()};
 
 }  // namespace
 

@@ -1,0 +1,327 @@
+#include "tools/simmachine/simulatedmachine.h"
+
+#include <windows.h>
+#include <winioctl.h>
+#include <iphlpapi.h>
+#include <nb30.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace KyGuidSim {
+namespace {
+
+constexpr uint32_t kQueryProperty = 0x2D1400;   // IOCTL_STORAGE_QUERY_PROPERTY
+constexpr uint32_t kSmartGetVersion = 0x74080;  // SMART_GET_VERSION
+constexpr uint32_t kSmartReceive = 0x7C088;     // SMART_RCV_DRIVE_DATA
+constexpr uint32_t kVolumeExtents = 0x560000;   // IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS
+constexpr size_t kSendCmdOutHeader = 16;        // cBufferSize + DRIVERSTATUS
+
+bool EqualsNoCase(const std::string& a, const std::string& b) {
+  return a.size() == b.size() &&
+         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return tolower(static_cast<unsigned char>(x)) == tolower(static_cast<unsigned char>(y));
+         });
+}
+
+// "\\.\PhysicalDriveN" -> N, or -1.
+int DriveNumber(const std::wstring& path) {
+  static const std::wstring kPrefix = L"\\\\.\\PhysicalDrive";
+  if (path.compare(0, kPrefix.size(), kPrefix) != 0 || path.size() == kPrefix.size()) return -1;
+  int number = 0;
+  for (size_t i = kPrefix.size(); i < path.size(); ++i) {
+    if (path[i] < L'0' || path[i] > L'9') return -1;
+    number = number * 10 + (path[i] - L'0');
+  }
+  return number;
+}
+
+// "\\.\C:" -> 'C', or 0.
+wchar_t VolumeLetter(const std::wstring& path) {
+  if (path.size() == 6 && path.compare(0, 4, L"\\\\.\\") == 0 && path[5] == L':') return path[4];
+  return 0;
+}
+
+class SimDriveDevice final : public KyGuid::IDevice {
+ public:
+  explicit SimDriveDevice(const SimDrive& drive) : m_drive(drive) {}
+
+  bool Control(uint32_t code, const void* in, uint32_t inSize, void* out, uint32_t outSize,
+               uint32_t* returned, uint32_t* error) override {
+    if (returned) *returned = 0;
+    switch (code) {
+      case kQueryProperty:
+        if (m_drive.descriptor.empty() || inSize < 12) return Fail(error, m_drive.queryError);
+        return Reply(m_drive.descriptor, out, outSize, returned, error);
+      case kSmartGetVersion: {
+        if (m_drive.identify.empty()) return Fail(error, m_drive.smartError);
+        if (outSize < sizeof(GETVERSIONINPARAMS)) return Fail(error, kErrorInsufficientBuffer);
+        GETVERSIONINPARAMS version{};
+        version.bVersion = 1;
+        version.bIDEDeviceMap = m_drive.ideDeviceMap;
+        version.fCapabilities = CAP_ATA_ID_CMD | CAP_SMART_CMD;
+        memcpy(out, &version, sizeof(version));
+        if (returned) *returned = sizeof(version);
+        return true;
+      }
+      case kSmartReceive: {
+        if (m_drive.identify.empty() || !in || inSize < 11) return Fail(error, m_drive.smartError);
+        const uint8_t command = static_cast<const uint8_t*>(in)[10];
+        if (command != 0xEC && command != 0xA1) return Fail(error, kErrorInvalidFunction);
+        std::vector<uint8_t> reply(kSendCmdOutHeader, 0);
+        uint32_t bufferSize = 512;
+        memcpy(reply.data(), &bufferSize, sizeof(bufferSize));
+        reply.insert(reply.end(), m_drive.identify.begin(), m_drive.identify.end());
+        if (!Reply(reply, out, outSize, returned, error)) return false;
+        if (returned) *returned = std::min<uint32_t>(*returned, m_drive.smartReturnedBytes);
+        return true;
+      }
+      default:
+        return Fail(error, kErrorInvalidFunction);
+    }
+  }
+
+  bool SeekToStart() override { return true; }
+
+  bool Read(void* buffer, uint32_t size, uint32_t* read) override {
+    memset(buffer, 0, size);
+    if (read) *read = size;
+    return true;
+  }
+
+  static bool Fail(uint32_t* error, uint32_t code) {
+    if (error) *error = code;
+    return false;
+  }
+
+  static bool Reply(const std::vector<uint8_t>& bytes, void* out, uint32_t outSize,
+                    uint32_t* returned, uint32_t* error) {
+    if (!out || outSize == 0) return Fail(error, kErrorInsufficientBuffer);
+    uint32_t count = static_cast<uint32_t>(std::min<size_t>(bytes.size(), outSize));
+    memcpy(out, bytes.data(), count);
+    if (returned) *returned = count;
+    return true;
+  }
+
+ private:
+  const SimDrive& m_drive;
+};
+
+class SimVolumeDevice final : public KyGuid::IDevice {
+ public:
+  explicit SimVolumeDevice(const SimVolume& volume) : m_volume(volume) {}
+
+  bool Control(uint32_t code, const void*, uint32_t, void* out, uint32_t outSize,
+               uint32_t* returned, uint32_t* error) override {
+    if (returned) *returned = 0;
+    if (code != kVolumeExtents || m_volume.extents.empty()) {
+      return SimDriveDevice::Fail(error, kErrorInvalidFunction);
+    }
+    return SimDriveDevice::Reply(m_volume.extents, out, outSize, returned, error);
+  }
+  bool SeekToStart() override { return true; }
+  bool Read(void*, uint32_t, uint32_t*) override { return false; }
+
+ private:
+  const SimVolume& m_volume;
+};
+
+class SimAdapterQuery final : public KyGuid::IAdapterQuery {
+ public:
+  explicit SimAdapterQuery(SimulatedMachine& machine) : m_machine(machine) {}
+  uint32_t GetAdaptersInfo(void* buffer, uint32_t* size) override {
+    return m_machine.FillAdaptersInfo(buffer, size);
+  }
+
+ private:
+  SimulatedMachine& m_machine;
+};
+
+void PutString(std::vector<uint8_t>& bytes, size_t offsetField, const std::string& text) {
+  if (text.empty()) return;
+  uint32_t offset = static_cast<uint32_t>(bytes.size());
+  memcpy(bytes.data() + offsetField, &offset, sizeof(offset));
+  bytes.insert(bytes.end(), text.begin(), text.end());
+  bytes.push_back(0);
+}
+
+void PutAtaString(std::vector<uint8_t>& block, size_t byteOffset, size_t words,
+                  const std::string& text) {
+  std::string padded = text.substr(0, words * 2);
+  padded.resize(words * 2, ' ');
+  for (size_t i = 0; i < words * 2; i += 2) {
+    block[byteOffset + i] = static_cast<uint8_t>(padded[i + 1]);
+    block[byteOffset + i + 1] = static_cast<uint8_t>(padded[i]);
+  }
+}
+
+}  // namespace
+
+std::vector<uint8_t> SimulatedMachine::Descriptor(const std::string& vendor,
+                                                  const std::string& product,
+                                                  const std::string& revision,
+                                                  const std::string& serial, uint32_t busType,
+                                                  bool removable) {
+  std::vector<uint8_t> bytes(sizeof(STORAGE_DEVICE_DESCRIPTOR), 0);
+  STORAGE_DEVICE_DESCRIPTOR fixed{};
+  fixed.Version = sizeof(STORAGE_DEVICE_DESCRIPTOR);
+  fixed.RemovableMedia = removable ? TRUE : FALSE;
+  fixed.BusType = static_cast<STORAGE_BUS_TYPE>(busType);
+  memcpy(bytes.data(), &fixed, sizeof(fixed));
+  PutString(bytes, offsetof(STORAGE_DEVICE_DESCRIPTOR, VendorIdOffset), vendor);
+  PutString(bytes, offsetof(STORAGE_DEVICE_DESCRIPTOR, ProductIdOffset), product);
+  PutString(bytes, offsetof(STORAGE_DEVICE_DESCRIPTOR, ProductRevisionOffset), revision);
+  PutString(bytes, offsetof(STORAGE_DEVICE_DESCRIPTOR, SerialNumberOffset), serial);
+  uint32_t size = static_cast<uint32_t>(bytes.size());
+  memcpy(bytes.data() + offsetof(STORAGE_DEVICE_DESCRIPTOR, Size), &size, sizeof(size));
+  return bytes;
+}
+
+std::vector<uint8_t> SimulatedMachine::Identify(const std::string& model,
+                                                const std::string& serial,
+                                                const std::string& revision) {
+  std::vector<uint8_t> block(512, 0);
+  PutAtaString(block, 20, 10, serial);    // words 10-19
+  PutAtaString(block, 46, 4, revision);   // words 23-26
+  PutAtaString(block, 54, 20, model);     // words 27-46
+  return block;
+}
+
+std::vector<uint8_t> SimulatedMachine::Extents(
+    const std::vector<std::pair<uint32_t, uint64_t>>& extents) {
+  const size_t count = std::max<size_t>(extents.size(), 1);
+  std::vector<uint8_t> bytes(offsetof(VOLUME_DISK_EXTENTS, Extents) + count * sizeof(DISK_EXTENT), 0);
+  auto* header = reinterpret_cast<VOLUME_DISK_EXTENTS*>(bytes.data());
+  header->NumberOfDiskExtents = static_cast<DWORD>(extents.size());
+  for (size_t i = 0; i < extents.size(); ++i) {
+    header->Extents[i].DiskNumber = extents[i].first;
+    header->Extents[i].StartingOffset.QuadPart = 1048576;
+    header->Extents[i].ExtentLength.QuadPart = static_cast<LONGLONG>(extents[i].second);
+  }
+  return bytes;
+}
+
+SimDrive& SimulatedMachine::AddDrive(int number) {
+  m_drives.emplace_back();
+  m_drives.back().number = number;
+  return m_drives.back();
+}
+
+SimVolume& SimulatedMachine::AddVolume(wchar_t letter) {
+  m_volumes.emplace_back();
+  m_volumes.back().letter = letter;
+  return m_volumes.back();
+}
+
+SimAdapter& SimulatedMachine::AddAdapter(const std::string& name, const std::string& description,
+                                         const std::vector<uint8_t>& address) {
+  m_adapters.emplace_back();
+  SimAdapter& adapter = m_adapters.back();
+  adapter.name = name;
+  adapter.description = description;
+  adapter.address = address;
+  adapter.index = static_cast<uint32_t>(m_adapters.size() + 10);
+  return adapter;
+}
+
+std::unique_ptr<KyGuid::IDevice> SimulatedMachine::OpenDevice(const std::wstring& path,
+                                                             uint32_t access, uint32_t share,
+                                                             uint32_t, uint32_t* error) {
+  opens.push_back({path, access, share});
+  auto fail = [&](uint32_t code) -> std::unique_ptr<KyGuid::IDevice> {
+    if (error) *error = code;
+    return nullptr;
+  };
+  int number = DriveNumber(path);
+  if (number >= 0) {
+    for (const SimDrive& drive : m_drives) {
+      if (drive.number != number) continue;
+      if (drive.openError) return fail(drive.openError);
+      return std::make_unique<SimDriveDevice>(drive);
+    }
+    return fail(kErrorFileNotFound);
+  }
+  wchar_t letter = VolumeLetter(path);
+  for (const SimVolume& volume : m_volumes) {
+    if (letter && towupper(volume.letter) == towupper(letter)) {
+      if (volume.openError) return fail(volume.openError);
+      return std::make_unique<SimVolumeDevice>(volume);
+    }
+  }
+  return fail(kErrorFileNotFound);
+}
+
+std::unique_ptr<KyGuid::IAdapterQuery> SimulatedMachine::LoadAdapterQuery(bool) {
+  ++adapterModuleLoads;
+  if (adapterApiMissing) return nullptr;
+  return std::make_unique<SimAdapterQuery>(*this);
+}
+
+uint32_t SimulatedMachine::FillAdaptersInfo(void* buffer, uint32_t* size) {
+  adapterQuerySizes.push_back(*size);
+  const uint32_t growth = adapterSizeGrowth * static_cast<uint32_t>(m_adapterQueries++);
+  if (adapterQueryError) return adapterQueryError;
+  if (m_adapters.empty()) return kErrorNoData;
+  const uint32_t needed =
+      static_cast<uint32_t>(m_adapters.size() * sizeof(IP_ADAPTER_INFO)) + growth;
+  if (!buffer || *size < needed) {
+    *size = needed;
+    return kErrorBufferOverflow;
+  }
+  memset(buffer, 0, needed);
+  auto* entries = static_cast<IP_ADAPTER_INFO*>(buffer);
+  for (size_t i = 0; i < m_adapters.size(); ++i) {
+    const SimAdapter& adapter = m_adapters[i];
+    IP_ADAPTER_INFO& entry = entries[i];
+    entry.Next = i + 1 < m_adapters.size() ? &entries[i + 1] : nullptr;
+    entry.ComboIndex = adapter.index;
+    strncpy(entry.AdapterName, adapter.name.c_str(), sizeof(entry.AdapterName) - 1);
+    strncpy(entry.Description, adapter.description.c_str(), sizeof(entry.Description) - 1);
+    entry.AddressLength = static_cast<UINT>(std::min<size_t>(adapter.address.size(), 8));
+    memcpy(entry.Address, adapter.address.data(), entry.AddressLength);
+    entry.Index = adapter.index;
+    entry.Type = adapter.type;
+  }
+  return 0;
+}
+
+const SimAdapter* SimulatedMachine::FindAdapterByConnectionKey(
+    const std::string& connectionKey) const {
+  for (const SimAdapter& adapter : m_adapters) {
+    if (EqualsNoCase(connectionKey, adapter.name + "\\Connection")) return &adapter;
+  }
+  return nullptr;
+}
+
+bool SimulatedMachine::ReadNetworkString(const std::string& connectionKey, const char* valueName,
+                                         uint32_t maxBytes, std::string& value) {
+  const SimAdapter* adapter = FindAdapterByConnectionKey(connectionKey);
+  if (!adapter || !EqualsNoCase(valueName, "PnpInstanceID") || adapter->pnpId.empty()) {
+    return false;
+  }
+  if (adapter->pnpId.size() + 1 > maxBytes) return false;  // ERROR_MORE_DATA
+  value = adapter->pnpId;
+  return true;
+}
+
+bool SimulatedMachine::ReadNetworkDword(const std::string& connectionKey, const char* valueName,
+                                        uint32_t& value) {
+  const SimAdapter* adapter = FindAdapterByConnectionKey(connectionKey);
+  if (!adapter || !EqualsNoCase(valueName, "MediaSubType") || adapter->mediaSubType < 0) {
+    return false;
+  }
+  value = static_cast<uint32_t>(adapter->mediaSubType);
+  return true;
+}
+
+bool SimulatedMachine::FindWmiAdapter(const std::string& pnpId) {
+  wmiQueries.push_back(pnpId);
+  for (const std::string& known : wmiPnpIds) {
+    if (EqualsNoCase(known, pnpId)) return true;
+  }
+  return false;
+}
+
+uint8_t SimulatedMachine::Netbios(void*) { return NRC_SYSTEM; }
+
+}  // namespace KyGuidSim
