@@ -30,14 +30,6 @@ void WriteToNull(void*) { *static_cast<volatile int*>(nullptr) = 1; }
 
 void Raise(void* context) { RaiseException(*static_cast<DWORD*>(context), 0, 0, nullptr); }
 
-TEST(FaultGuardTest, CallWithoutFaultRunsOnceAndNeverAsks) {
-  int calls = 0;
-  Decision decision;
-  EXPECT_TRUE(CallGuarded(&Nothing, &calls, &Decide, &decision));
-  EXPECT_EQ(1, calls);
-  EXPECT_EQ(0, decision.asked);
-}
-
 TEST(FaultGuardTest, HandledFaultsReturnFalseWithTheRecordSeenByTheDecision) {
   Decision decision;
   EXPECT_FALSE(CallGuarded(&WriteToNull, nullptr, &Decide, &decision));
