@@ -5,8 +5,9 @@
 #include <cwchar>
 #include <new>
 #include <string>
-#include <cwchar>
+#include <ctime>
 
+#include "common/faultgate.h"
 #include "common/faultguard.h"
 #include "common/kylog.h"
 #include "common/lazysingleton.h"
@@ -233,10 +234,12 @@ bool LogFacade::RunGuarded(void (*call)(void*), void* context) {
   return false;
 }
 
-bool LogFacade::DecideFault(const EXCEPTION_RECORD*, void*) {
-  // Placeholder until the debugger counter and the LastException.dat gate
-  // are in: every fault is contained.
-  return true;
+// Runs on the faulting thread while the exception is being dispatched, so it
+// stays small: no allocation, no locks.
+bool LogFacade::DecideFault(const EXCEPTION_RECORD*, void* facade) {
+  static DebuggerFaultCounter debuggerFaults;
+  if (IsDebuggerPresent()) return debuggerFaults.Handle();
+  return !FaultGate::Allow(static_cast<const LogFacade*>(facade)->m_dir, _time64(nullptr));
 }
 
 // --- The call-site API ----------------------------------------------------

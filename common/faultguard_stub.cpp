@@ -1,8 +1,0 @@
-#include "common/faultguard.h"
-
-namespace KyGuidUtils {
-bool CallGuarded(GuardedCall call, void* callContext, FaultDecision, void*) {
-  call(callContext);
-  return true;
-}
-}  // namespace KyGuidUtils
