@@ -57,4 +57,40 @@ void RemoveBlanksAfterMarker(std::string& text, const std::string& marker) {
   text.erase(start, end - start);
 }
 
+bool IsAsciiAlpha(unsigned char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+bool IsAsciiAlnum(unsigned char c) { return IsAsciiAlpha(c) || (c >= '0' && c <= '9'); }
+
+bool IsAsciiSpace(unsigned char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+bool IsAsciiPrint(unsigned char c) { return c >= 0x20 && c <= 0x7E; }
+
+void TrimLeadingBlanks(std::string& text) {
+  size_t first = text.find_first_not_of(' ');
+  text.erase(0, first == std::string::npos ? text.size() : first);
+}
+
+void TrimTrailingBlanks(std::string& text) {
+  size_t last = text.find_last_not_of(' ');
+  text.erase(last == std::string::npos ? 0 : last + 1);
+}
+
+bool ContainsWholeWord(const std::string& text, const std::string& word) {
+  if (word.empty()) return false;
+  size_t at = text.find(word);
+  while (at != std::string::npos) {
+    size_t end = at + word.size();
+    bool letterBefore = at > 0 && IsAsciiAlpha(static_cast<unsigned char>(text[at - 1]));
+    bool letterAfter = end < text.size() && IsAsciiAlpha(static_cast<unsigned char>(text[end]));
+    if (!letterBefore && !letterAfter) return true;
+    at = text.find(word, end);
+  }
+  return false;
+}
+
+bool StartsWithNoCase(const std::string& text, const std::string& prefix) {
+  return text.size() >= prefix.size() &&
+         ToLowerAscii(text.substr(0, prefix.size())) == ToLowerAscii(prefix);
+}
+
 }  // namespace KyGuidUtils
