@@ -108,6 +108,33 @@ void CGuidProfile::SaveGuidInfo(const std::string& section, const GuidRecord& re
   write("Version", FormatInt(record.Version));
 }
 
+template <typename Record, typename Detail>
+int CGuidProfile::SaveList(const std::string& section, const char* countKey,
+                           const char* entryFormat, const std::vector<Record>& records,
+                           Detail detail) const {
+  char count[32];
+  snprintf(count, sizeof(count), "%u", static_cast<unsigned>(records.size()));
+  if (!WritePrivateProfileStringA(section.c_str(), countKey, count, m_path.c_str())) return FALSE;
+  for (size_t i = 0; i < records.size(); ++i) {
+    char key[32];
+    snprintf(key, sizeof(key), entryFormat, static_cast<unsigned>(i));
+    WritePrivateProfileStringA(section.c_str(), key, detail(records[i]).c_str(), m_path.c_str());
+  }
+  return TRUE;
+}
+
+int CGuidProfile::SaveDiskList(const std::string& section,
+                               const std::vector<DiskInfo>& disks) const {
+  return SaveList(section, "DiskCount", "Disk%u", disks,
+                  [](const DiskInfo& disk) { return DiskDetail(disk); });
+}
+
+int CGuidProfile::SaveAdapterList(const std::string& section,
+                                  const std::vector<AdapterInfo>& adapters) const {
+  return SaveList(section, "AdapterCount", "Adapter%u", adapters,
+                  [](const AdapterInfo& adapter) { return AdapterDetail(adapter); });
+}
+
 std::string CGuidProfile::BuildSectionName(int createIndex) {
   char name[32];
   snprintf(name, sizeof(name), "Build%d", createIndex % 5);

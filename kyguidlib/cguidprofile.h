@@ -4,8 +4,10 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "kyguidlib/guidrecord.h"
+#include "kyguidlib/hwrecords.h"
 
 namespace KyGuid {
 
@@ -26,6 +28,13 @@ class CGuidProfile {
   void SaveGuidInfo(const std::string& section, const GuidRecord& record,
                     const char* keyPrefix) const;
 
+  // The present devices of a build, as "DiskCount"/"Disk%u" and
+  // "AdapterCount"/"Adapter%u" detail texts. Entries of an earlier, longer
+  // list stay in the section; readers go by the count. FALSE when the count
+  // could not be written.
+  int SaveDiskList(const std::string& section, const std::vector<DiskInfo>& disks) const;
+  int SaveAdapterList(const std::string& section, const std::vector<AdapterInfo>& adapters) const;
+
   // The first adapter entry of the recent builds that contains `text`,
   // walking back from the active CreateIndex over at most five sections.
   std::string FindBuildAdapter(const std::string& text) const;
@@ -34,6 +43,9 @@ class CGuidProfile {
   static std::string BuildSectionName(int createIndex);
 
  private:
+  template <typename Record, typename Detail>
+  int SaveList(const std::string& section, const char* countKey, const char* entryFormat,
+               const std::vector<Record>& records, Detail detail) const;
   std::string ReadString(const char* section, const char* key) const;
   int ReadInt(const char* section, const char* key, int defaultValue) const;
 

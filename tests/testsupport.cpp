@@ -71,7 +71,7 @@ void IsolatedTest::SetUp() {
   m_temp = std::make_unique<TempDir>();
   m_folders = std::make_unique<TestFolders>(m_temp->Path());
   m_platform = std::make_unique<KyGuid::ScopedPlatform>(
-      KyGuid::Platform{m_folders.get(), nullptr, nullptr});
+      KyGuid::Platform{m_folders.get(), nullptr, &m_machine});
   SetEnvironmentVariableA("KYLOGEX_FILE", LogPath().c_str());
   SetEnvironmentVariableA("KYLOGEX_LEVEL", "6");
 }
@@ -104,6 +104,13 @@ int IsolatedTest::CountLog(const std::string& text) const {
     if (line.find(text) != std::string::npos) ++count;
   }
   return count;
+}
+
+std::string IsolatedTest::LogLineWith(const std::string& text) const {
+  for (const std::string& line : LogLines()) {
+    if (line.find(text) != std::string::npos) return line;
+  }
+  return std::string();
 }
 
 std::string ReadWholeFile(const std::string& path) {

@@ -12,6 +12,7 @@
 
 #include "kyguidlib/platform.h"
 #include "kyguidlib/platform_testing.h"
+#include "tools/simmachine/simulatedmachine.h"
 
 namespace KyGuidTest {
 
@@ -41,9 +42,9 @@ class TestFolders final : public KyGuid::IFolders {
   bool m_fail = false;
 };
 
-// Fixture: fresh common and per-user application-data folders, and the
-// substitute log module (when beside the executable) writing every level to
-// a log file of this test.
+// Fixture: fresh common and per-user application-data folders, an empty
+// simulated machine behind the hardware seam, and the substitute log module
+// (beside the executable) writing every level to a log file of this test.
 class IsolatedTest : public ::testing::Test {
  protected:
   void SetUp() override;
@@ -56,9 +57,12 @@ class IsolatedTest : public ::testing::Test {
   std::vector<std::string> LogLines() const;
   // How many log lines contain `text`.
   int CountLog(const std::string& text) const;
+  // The first log line that contains `text`, or an empty string.
+  std::string LogLineWith(const std::string& text) const;
 
   std::unique_ptr<TempDir> m_temp;
   std::unique_ptr<TestFolders> m_folders;
+  KyGuidSim::SimulatedMachine m_machine;
   std::unique_ptr<KyGuid::ScopedPlatform> m_platform;
 };
 

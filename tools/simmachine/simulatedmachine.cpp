@@ -24,6 +24,15 @@ bool EqualsNoCase(const std::string& a, const std::string& b) {
          });
 }
 
+// The registry names an adapter's key by its GUID in braces, whatever blanks
+// or extra braces the IP helper's name carries.
+std::string RegistryName(const std::string& adapterName) {
+  size_t first = adapterName.find_first_not_of(" {");
+  size_t last = adapterName.find_last_not_of(" }");
+  if (first == std::string::npos) return "{}";
+  return "{" + adapterName.substr(first, last - first + 1) + "}";
+}
+
 // "\\.\PhysicalDriveN" -> N, or -1.
 int DriveNumber(const std::wstring& path) {
   static const std::wstring kPrefix = L"\\\\.\\PhysicalDrive";
@@ -288,7 +297,7 @@ uint32_t SimulatedMachine::FillAdaptersInfo(void* buffer, uint32_t* size) {
 const SimAdapter* SimulatedMachine::FindAdapterByConnectionKey(
     const std::string& connectionKey) const {
   for (const SimAdapter& adapter : m_adapters) {
-    if (EqualsNoCase(connectionKey, adapter.name + "\\Connection")) return &adapter;
+    if (EqualsNoCase(connectionKey, RegistryName(adapter.name) + "\\Connection")) return &adapter;
   }
   return nullptr;
 }

@@ -1,0 +1,180 @@
+#include "kyguidlib/cdiskfetcher.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "common/kylog.h"
+#include "kyguidlib/cdisksmartfetcher.h"
+#include "kyguidlib/devicepaths.h"
+#include "kyguidlib/devicestrings.h"
+#include "kyguidlib/guidpaths.h"
+#include "kyguidlib/hardware.h"
+#include "kyguidlib/platform.h"
+
+namespace KyGuid {
+namespace {
+
+constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\cdiskfetcher";
+constexpr wchar_t kFetch[] = L"KyGuid::CDiskFetcher::Fetch";
+constexpr wchar_t kFetchDisk[] = L"KyGuid::CDiskFetcher::FetchDisk";
+constexpr wchar_t kUpdateSystemMask[] = L"KyGuid::CDiskFetcher::UpdateSystemMask";
+
+constexpr uint32_t kPropertyQuerySize = 12;  // StorageDeviceProperty, PropertyStandardQuery
+constexpr uint32_t kDescriptorReplySize = 4096;
+constexpr uint32_t kSectorSize = 512;
+
+// VOLUME_DISK_EXTENTS with room for 16 extents.
+constexpr uint32_t kExtentsReplySize = 392;
+constexpr size_t kFirstExtent = 8;
+constexpr size_t kExtentSize = 24;
+constexpr size_t kExtentLength = 16;
+constexpr int kMaxExtents = 16;
+constexpr uint32_t kMaxDiskNumber = 256;
+
+template <typename T>
+T ReadAt(const uint8_t* bytes, size_t offset) {
+  T value;
+  memcpy(&value, bytes + offset, sizeof(value));
+  return value;
+}
+
+const char* YesNo(bool value) { return value ? "YES" : "NO"; }
+
+}  // namespace
+
+int CDiskFetcher::Fetch() {
+  Enumerate();
+
+  // The system disk is the one that holds the data folder.
+  std::wstring dataFolder = GetProfileDir();
+  if (dataFolder.size() > 2 && dataFolder[1] == L':') UpdateSystemMask(dataFolder[0]);
+
+  ScoreDisks(m_disks);
+  LogDisks();
+  return static_cast<int>(m_disks.size());
+}
+
+void CDiskFetcher::Enumerate() {
+  m_disks.clear();
+  for (int drive = 0; drive < kMaxPhysicalDrives; ++drive) {
+    DiskInfo disk;
+    disk.Index = drive;
+    if (FetchDisk(drive, disk)) m_disks.push_back(disk);
+  }
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFetch), "Fetch %d Disks", static_cast<int>(m_disks.size()));
+}
+
+bool CDiskFetcher::FetchDisk(int drive, DiskInfo& disk) {
+  IHardware& hardware = *CurrentPlatform().hardware;
+  const std::wstring path = PhysicalDrivePath(drive);
+
+  // Some drivers only fill in the identity strings once the disk has been
+  // read; the sector itself is not needed and every failure is ignored.
+  uint32_t error = 0;
+  if (auto warmUp = hardware.OpenDevice(path, kGenericRead, kShareRead, 0, &error)) {
+    uint8_t sector[kSectorSize];
+    uint32_t read = 0;
+    warmUp->SeekToStart();
+    warmUp->Read(sector, sizeof(sector), &read);
+  }
+
+  std::unique_ptr<IDevice> device =
+      hardware.OpenDevice(path, 0, kShareRead | kShareWrite, 0, &error);
+  if (!device) {
+    if (error != kErrorFileNotFound) {
+      KyLog::Write(KyLog::kWarn, KYLOG_SITE(kFetchDisk), "Open Disk[%d] failed: %u", drive, error);
+    }
+    return false;
+  }
+
+  uint8_t query[kPropertyQuerySize] = {};
+  std::vector<uint8_t> reply(kDescriptorReplySize + 4, 0);
+  uint32_t returned = 0;
+  if (!device->Control(kIoctlStorageQueryProperty, query, sizeof(query), reply.data(),
+                       kDescriptorReplySize, &returned, &error)) {
+    KyLog::Write(KyLog::kWarn, KYLOG_SITE(kFetchDisk),
+                 "IOCTL_STORAGE_QUERY_PROPERTY Disk[%d] failed: %u", drive, error);
+    return false;
+  }
+
+  StorageDescriptorFields fields = ParseStorageDescriptor(reply.data(), kDescriptorReplySize);
+  disk.ProductId = fields.ProductId;
+  disk.Revision = fields.Revision;
+  disk.SerialNumber = fields.SerialNumber;
+  disk.VendorId = fields.VendorId;
+  disk.BusType = fields.BusType;
+  if (fields.RemovableMedia) {
+    disk.Flags |= DiskInfo::kRemovableMedia;
+  } else {
+    disk.Flags &= ~DiskInfo::kRemovableMedia;
+  }
+  SanitizeDiskStrings(disk);
+  device.reset();
+
+  if (disk.SerialNumber.empty()) {
+    DiskInfo smart;
+    smart.Index = drive;
+    CDiskSmartFetcher().Fetch(smart);
+    if (!smart.SerialNumber.empty()) {
+      disk.ProductId = smart.ProductId;
+      disk.Revision = smart.Revision;
+      disk.SerialNumber = smart.SerialNumber;
+    }
+  }
+  return true;
+}
+
+bool CDiskFetcher::UpdateSystemMask(wchar_t letter) {
+  IHardware& hardware = *CurrentPlatform().hardware;
+  wchar_t path[8] = {L'\\', L'\\', L'.', L'\\', letter, L':', L'\0'};
+  uint32_t error = 0;
+  std::unique_ptr<IDevice> volume =
+      hardware.OpenDevice(path, 0, kShareRead | kShareWrite, kAttributeNormal, &error);
+  if (!volume) {
+    KyLog::Write(KyLog::kWarn, KYLOG_SITE(kUpdateSystemMask),
+                 L"UpdateSystemInfo[%c:] createfile failed: %u", letter, error);
+    return false;
+  }
+
+  uint8_t extents[kExtentsReplySize] = {};
+  uint32_t returned = 0;
+  if (!volume->Control(kIoctlVolumeGetDiskExtents, nullptr, 0, extents, sizeof(extents),
+                       &returned, &error)) {
+    KyLog::Write(KyLog::kWarn, KYLOG_SITE(kUpdateSystemMask),
+                 L"UpdateSystemInfo[%c:] IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS failed: %u", letter,
+                 error);
+    return false;
+  }
+
+  bool marked = false;
+  const uint32_t count = ReadAt<uint32_t>(extents, 0);
+  for (uint8_t i = 0; i < kMaxExtents && i < count; ++i) {
+    const size_t extent = kFirstExtent + i * kExtentSize;
+    const uint32_t diskNumber = ReadAt<uint32_t>(extents, extent);
+    const uint64_t length = ReadAt<uint64_t>(extents, extent + kExtentLength);
+    if (length == 0 || diskNumber >= kMaxDiskNumber) continue;
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(kUpdateSystemMask), L"System Volume[%c:] is on Disk[%d]",
+                 letter, static_cast<int>(diskNumber));
+    auto disk = std::find_if(m_disks.begin(), m_disks.end(), [&](const DiskInfo& d) {
+      return d.Index == static_cast<int32_t>(diskNumber);
+    });
+    if (disk != m_disks.end()) disk->Flags |= DiskInfo::kSystemDisk;
+    marked = true;
+  }
+  return marked;
+}
+
+void CDiskFetcher::LogDisks() const {
+  if (!KyLog::IsEnabled(KyLog::kInfo)) return;
+  for (const DiskInfo& disk : m_disks) {
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFetch),
+                 "Fetch Disk[%d]=> Model[%s], Revision[%s], SN[%s], Vendor[%s], Bus[%d], "
+                 "RemoveMedia[%s], System[%s], Score[%d]",
+                 disk.Index, disk.ProductId.c_str(), disk.Revision.c_str(),
+                 disk.SerialNumber.c_str(), disk.VendorId.c_str(), static_cast<int>(disk.BusType),
+                 YesNo(disk.Has(DiskInfo::kRemovableMedia)), YesNo(disk.Has(DiskInfo::kSystemDisk)),
+                 std::min(disk.Score, 100));
+  }
+}
+
+}  // namespace KyGuid
