@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "common/faultgate.h"
+#include "common/logfacade.h"
 #include "common/win32raii.h"
 #include "tests/testsupport.h"
 
@@ -295,6 +296,33 @@ TEST(DebuggerFaultCounterTest, FirstSixFaultsGoToTheDebugger) {
   for (int fault = 1; fault <= 6; ++fault) EXPECT_FALSE(counter.Handle()) << fault;
   EXPECT_TRUE(counter.Handle());
   EXPECT_TRUE(counter.Handle());
+}
+
+}  // namespace
+
+namespace {
+
+// The install-directory lookup splits "ROOT\key\value" itself; it is tried
+// on a key of this test under the current user, since a machine-wide key
+// would let other tests' processes find a log module.
+TEST(RegistryLocationTest, SplitsRootKeyAndValueAndReadsTheDirectory) {
+  const std::string key = "Software\\KyGuidTests\\" + std::to_string(GetCurrentProcessId());
+  HKEY created = nullptr;
+  ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExA(HKEY_CURRENT_USER, key.c_str(), 0, nullptr, 0,
+                                           KEY_SET_VALUE, nullptr, &created, nullptr));
+  const wchar_t dir[] = L"C:\\Program Files\\Suite";
+  RegSetValueExW(created, L"InstallDir", 0, REG_SZ, reinterpret_cast<const BYTE*>(dir),
+                 sizeof(dir));
+  RegCloseKey(created);
+
+  const std::wstring wideKey(key.begin(), key.end());
+  wchar_t out[MAX_PATH] = {};
+  EXPECT_TRUE(KyLog::ReadRegistryLocation((L"HKEY_CURRENT_USER\\" + wideKey + L"\\InstallDir").c_str(), out));
+  EXPECT_STREQ(dir, out);
+  EXPECT_FALSE(KyLog::ReadRegistryLocation((L"HKEY_CURRENT_USER\\" + wideKey + L"\\Missing").c_str(), out));
+  EXPECT_FALSE(KyLog::ReadRegistryLocation((L"HKEY_USERS\\" + wideKey + L"\\InstallDir").c_str(), out));
+  EXPECT_FALSE(KyLog::ReadRegistryLocation(L"HKEY_LOCAL_MACHINE\\SOFTWARE\\NoSuchVendor\\InstallDir", out));
+  RegDeleteKeyA(HKEY_CURRENT_USER, key.c_str());
 }
 
 }  // namespace

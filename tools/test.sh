@@ -6,6 +6,11 @@ root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$root"
 tools/setup.sh
 
+echo "== pure code, native, with sanitizers"
+(cd build-native && ctest -j"$(nproc)" --output-on-failure --no-tests=error)
+
+echo "== everything, under Wine"
+
 # One wineserver for the whole run instead of one per test process. Its
 # service processes are started here with their output discarded: started by
 # a test, they would inherit ctest's output pipe and hold it open.
