@@ -1,16 +1,215 @@
 #include "kyguidlib/cguidupdater.h"
 
-namespace KyGuid {
+#include <cstring>
+#include <memory>
 
-// The update engine arrives with the builder; until then every operation
-// reports that nothing was done.
-BOOL CGuidUpdater::StartUpdate() { return FALSE; }
-BOOL CGuidUpdater::StopUpdate() { return StopAndJoin(); }
-uint32_t CGuidUpdater::UpdateNow() { return 0; }
-BOOL CGuidUpdater::BuildGuidNow(char*, uint32_t) { return FALSE; }
+#include "common/kylog.h"
+#include "kyguidlib/cguidbuilder.h"
+#include "kyguidlib/guidpaths.h"
+#include "kyguidlib/platform.h"
+
+namespace KyGuid {
+namespace {
+
+constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\cguidupdater";
+constexpr int kRightRetries = 10;
+constexpr DWORD kRightRetryDelayMs = 10;
+
+uint32_t Ticks() { return CurrentPlatform().ticks->GetTickCount(); }
+
+bool GuidFileHasWriteTime() {
+  WIN32_FILE_ATTRIBUTE_DATA data;
+  const std::string path = GetGuidFilePath();
+  if (path.empty() || !GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data)) {
+    return false;
+  }
+  return data.ftLastWriteTime.dwLowDateTime != 0 || data.ftLastWriteTime.dwHighDateTime != 0;
+}
+
+std::unique_ptr<CGuidBuilder> MakeBuilder(bool save) {
+  auto builder = std::make_unique<CGuidBuilder>();
+  builder->Reset();
+  builder->SetSave(save);
+  return builder;
+}
+
+}  // namespace
+
+// The updater that UpdateNow runs on the caller's stack: its own stop event,
+// no thread, no update right, never handed to a client.
+class CGuidUpdater::Temporary final : public CGuidUpdater {
+ public:
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+  ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
+  ULONG STDMETHODCALLTYPE Release() override { return 1; }
+};
+
+CGuidUpdater::~CGuidUpdater() { UnlockUpdateRight(); }
 
 void CGuidUpdater::OnProcessExit() { StopAndJoin(); }
 
-unsigned CGuidUpdater::Run() { return 0; }
+BOOL CGuidUpdater::StartUpdate() {
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(L"KyGuid::CGuidUpdater::StartUpdate"),
+               "Try start update guid");
+  if (!CheckUpdateFreq()) return FALSE;
+  return Start();
+}
+
+BOOL CGuidUpdater::StopUpdate() { return StopAndJoin(); }
+
+uint32_t CGuidUpdater::UpdateNow() {
+  try {
+    Temporary updater;
+    return static_cast<uint32_t>(updater.SafeUpdateNow());
+  } catch (...) {
+    return 0xFFFFFFFFu;
+  }
+}
+
+BOOL CGuidUpdater::BuildGuidNow(char* buffer, uint32_t size) {
+  try {
+    std::unique_ptr<CGuidBuilder> builder = MakeBuilder(false);
+    builder->UpdateNewGuid();
+    const std::string& guid = builder->NewInfo().Guid;
+    if (!buffer || guid.empty() || guid.size() >= size) return FALSE;
+    return strcpy_s(buffer, size, guid.c_str()) == 0;
+  } catch (...) {
+    return FALSE;
+  }
+}
+
+BOOL CGuidUpdater::CheckUpdateFreq() {
+  constexpr wchar_t kFunction[] = L"KyGuid::CGuidUpdater::CheckUpdateFreq";
+  // Unsigned subtraction: a tick count that wrapped around still measures
+  // the time since the last update.
+  if (m_lastUpdateTick != 0 && Ticks() - m_lastUpdateTick <= kMinUpdateInterval) {
+    if (GuidFileHasWriteTime()) {
+      KyLog::Write(KyLog::kTrace, KYLOG_SITE(kFunction), "CheckUpdateFreq denied");
+      return FALSE;
+    }
+    m_lastUpdateTick = Ticks();
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFunction),
+                 "Guid file not exist, maybe deleted, recreate it");
+    return TRUE;
+  }
+  m_lastUpdateTick = Ticks();
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kFunction), "CheckUpdateFreq allow");
+  return TRUE;
+}
+
+int CGuidUpdater::LockUpdateRight() {
+  constexpr wchar_t kFunction[] = L"KyGuid::CGuidUpdater::LockUpdateRight";
+  if (m_updateRight) return -1;
+  // Whoever creates the event holds the right; it is never signalled or
+  // waited on, and is free again once every holder has closed it.
+  HANDLE event = CreateEventW(nullptr, TRUE, FALSE, kUpdateRightName);
+  if (!event) {
+    DWORD error = GetLastError();
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFunction), "LockUpdateRight failed: %u",
+                 static_cast<unsigned>(error));
+    return -1;
+  }
+  if (GetLastError() == ERROR_ALREADY_EXISTS) {
+    CloseHandle(event);
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFunction),
+                 "can't lock update right, maybe other update thread is working");
+    return 0;
+  }
+  m_updateRight.reset(event);
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kFunction), "LockUpdateRight Success");
+  return 1;
+}
+
+void CGuidUpdater::UnlockUpdateRight() {
+  if (!m_updateRight) return;
+  m_updateRight.reset();
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(L"KyGuid::CGuidUpdater::UnlockUpdateRight"),
+               "UnlockUpdateRight");
+}
+
+unsigned CGuidUpdater::Run() { return UpdateProc(); }
+
+unsigned CGuidUpdater::UpdateProc() {
+  constexpr wchar_t kFunction[] = L"KyGuid::CGuidUpdater::UpdateProc";
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFunction), "guid update thread begin!");
+  if (LockUpdateRight() != 1) return 0xFFFFFFFFu;
+
+  std::unique_ptr<CGuidBuilder> builder = MakeBuilder(true);
+  const int result = builder->UpdateNewGuid();
+  if (result >= 0) builder->GetSequenceID();
+  LogUpdateResult(result, *builder);
+
+  // Keeping the right a little longer keeps every other process of the
+  // machine from starting an update in the same minute.
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kFunction), "wait for %d seconds to reduce update freq!",
+               static_cast<int>(kHoldAfterUpdateMs / 1000));
+  WaitForSingleObject(StopEvent(), kHoldAfterUpdateMs);
+
+  UnlockUpdateRight();
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFunction), "guid update thread end!");
+  return 0;
+}
+
+int CGuidUpdater::SafeUpdateNow() {
+  constexpr wchar_t kFunction[] = L"KyGuid::CGuidUpdater::SafeUpdateNow";
+  const int locked = LockUpdateRight();
+  if (locked == -1) {
+    KyLog::WriteError(KyLog::kWarn, GetLastError(), KYLOG_SITE(kFunction),
+                      "Lock update right failed, maybe need administrator rights!");
+    return -1;
+  }
+  if (locked == 0) {
+    for (int attempt = 0; attempt < kRightRetries; ++attempt) {
+      if (LockUpdateRight() == 1) {
+        UnlockUpdateRight();
+        KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFunction), "Other process is do update ok!");
+        return 2;
+      }
+      Sleep(kRightRetryDelayMs);
+    }
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFunction),
+                 "Other process is doing update, we can't wait it finish!");
+    return 0;
+  }
+
+  std::unique_ptr<CGuidBuilder> builder = MakeBuilder(true);
+  const int result = builder->UpdateNewGuid();
+  if (result >= 0) builder->GetSequenceID();
+  LogUpdateResult(result, *builder);
+  UnlockUpdateRight();
+  return 1;
+}
+
+void CGuidUpdater::LogUpdateResult(int result, const CGuidBuilder& builder) {
+  const KyLog::Site site = KYLOG_SITE(L"KyGuid::CGuidUpdater::LogUpdateResult");
+  const char* oldGuid = builder.ActiveInfo().Guid.c_str();
+  const char* newGuid = builder.NewInfo().Guid.c_str();
+  switch (result) {
+    case kResultBuildFailed:
+      KyLog::Write(KyLog::kInfo, site, "guid update error, use special guid: %s ==> %s", oldGuid,
+                   newGuid);
+      break;
+    case kResultKept:
+      KyLog::Write(KyLog::kInfo, site, "guid no change: %s", newGuid);
+      break;
+    case kResultFirstBuilt:
+      KyLog::Write(KyLog::kInfo, site, "first create guid: %s", newGuid);
+      break;
+    case kResultAncientAdopted:
+      KyLog::Write(KyLog::kInfo, site, "first init by ancient guid: %s", newGuid);
+      break;
+    case kResultReplacedSameVersion:
+      KyLog::Write(KyLog::kInfo, site, "guid change: %s ==> %s", oldGuid, newGuid);
+      break;
+    case kResultReplacedOtherVersion:
+      KyLog::Write(KyLog::kInfo, site, "version change[%d==>%d] guid change: %s ==> %s",
+                   builder.ActiveInfo().Version, builder.NewInfo().Version, oldGuid, newGuid);
+      break;
+    default:
+      KyLog::Write(KyLog::kInfo, site, "update result=%d, guid: %s ==> %s", result, oldGuid,
+                   newGuid);
+      break;
+  }
+}
 
 }  // namespace KyGuid

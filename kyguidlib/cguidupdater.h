@@ -1,5 +1,7 @@
-// Re-computes the machine GUID and writes it back, on a worker thread or on
-// the caller's, holding the machine-wide update right while it does.
+// Re-computes the machine GUID and writes it back, on a worker thread
+// (StartUpdate) or on the caller's (UpdateNow), holding the machine-wide
+// update right while it does. At most one update per 12 hours per process,
+// unless Guid.db has disappeared.
 #pragma once
 
 #include <windows.h>
@@ -12,10 +14,17 @@
 
 namespace KyGuid {
 
+class CGuidBuilder;
+
 class CGuidUpdater : public IGuidUpdater, public KyGuidUtils::CThreadBase {
  public:
   using Interface = IGuidUpdater;
   static const IID& InterfaceId() { return IID_IGuidUpdater; }
+
+  static constexpr wchar_t kUpdateRightName[] =
+      L"Global\\Pendrova{B0EB8CE2-AA14-4E2F-8533-95C5D1DD51CC}_GuidUpdateRight";
+  static constexpr uint32_t kMinUpdateInterval = 43200000;  // 12 hours, in ms
+  static constexpr DWORD kHoldAfterUpdateMs = 60000;
 
   BOOL STDMETHODCALLTYPE StartUpdate() override;
   BOOL STDMETHODCALLTYPE StopUpdate() override;
@@ -25,13 +34,27 @@ class CGuidUpdater : public IGuidUpdater, public KyGuidUtils::CThreadBase {
   // Stops and joins the worker thread at process exit.
   void OnProcessExit();
 
+  // 1 done, 2 another process finished meanwhile, 0 another process is
+  // still busy, -1 the update right could not be taken.
+  int SafeUpdateNow();
+  BOOL CheckUpdateFreq();
+  // 1 taken, 0 held by another, -1 error.
+  int LockUpdateRight();
+  void UnlockUpdateRight();
+
+  // The INFO line that tells what an update did.
+  static void LogUpdateResult(int result, const CGuidBuilder& builder);
+
  protected:
   CGuidUpdater() = default;
-  ~CGuidUpdater() override = default;
+  ~CGuidUpdater() override;
 
   unsigned Run() override;
+  unsigned UpdateProc();
 
  private:
+  class Temporary;
+
   KyGuidUtils::UniqueHandle m_updateRight;
   uint32_t m_lastUpdateTick = 0;
 };
