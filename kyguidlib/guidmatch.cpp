@@ -64,10 +64,10 @@ MatchDecision DecideMatch(const MatchFacts& facts, const std::function<bool()>& 
 }
 
 std::string GuidNameFromDetail(const std::string& detail) {
-  static const std::string kMarker = "Guid:{";
+  constexpr char kMarker[] = "Guid:{";
   size_t start = detail.find(kMarker);
   if (start == std::string::npos) return std::string();
-  start += kMarker.size();
+  start += sizeof(kMarker) - 1;
   size_t end = detail.find('}', start);
   if (end == std::string::npos) return std::string();
   return detail.substr(start, end - start);

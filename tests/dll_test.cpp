@@ -1,6 +1,11 @@
 // The shipped DLL as a client sees it: its exports, the interface rules and
 // a read of the machine's Guid.db, in this process and from the command line.
+#include <algorithm>
 #include <vector>
+
+#include "common/md5.h"
+#include "kyguidlib/cadapterfetcher.h"
+#include "kyguidlib/cdiskfetcher.h"
 
 #include "tests/dlltestsupport.h"
 #include "tests/testsupport.h"
@@ -78,6 +83,94 @@ TEST_F(DllTest, CommandLineReadPrintsTheGuidOrSaysThereIsNone) {
   KyGuidTest::ProcessResult bad = RunProcess("kyguid.exe read --bogus");
   EXPECT_EQ(2u, bad.exitCode);
   EXPECT_NE(std::string::npos, bad.output.find("unknown option '--bogus'")) << bad.output;
+}
+
+}  // namespace
+
+namespace {
+
+using KyGuidTest::IniRead;
+
+// What the DLL should build on this machine, from the same fetchers.
+struct ExpectedBuild {
+  std::string diskKey;
+  std::string adapterKey;
+  int score = 0;
+  int disks = 0;
+  int adapters = 0;
+};
+
+ExpectedBuild ExpectedFromThisMachine() {
+  ExpectedBuild expected;
+  KyGuid::CDiskFetcher disks;
+  expected.disks = disks.Fetch();
+  KyGuid::CAdapterFetcher adapters;
+  expected.adapters = adapters.Fetch();
+  int diskScore = 0;
+  int adapterScore = 0;
+  for (const KyGuid::DiskInfo& disk : disks.Disks()) {
+    if (disk.Has(KyGuid::DiskInfo::kBestDisk)) {
+      expected.diskKey = KyGuid::DiskKey(disk);
+      diskScore = std::min(disk.Score, 100);
+    }
+  }
+  for (const KyGuid::AdapterInfo& adapter : adapters.Adapters()) {
+    if (adapter.Has(KyGuid::AdapterInfo::kBestAdapter)) {
+      expected.adapterKey = KyGuid::AdapterKey(adapter);
+      adapterScore = std::min(adapter.Score, 100);
+    }
+  }
+  expected.score = (diskScore + adapterScore) / 2;
+  return expected;
+}
+
+TEST_F(DllTest, FirstUpdateBuildsFromThisMachineAndTheSecondKeepsIt) {
+  ASSERT_EQ(1u, Updater()->UpdateNow());
+  const ExpectedBuild expected = ExpectedFromThisMachine();
+  const std::string path = GuidDbPath();
+  const std::string guid = IniRead(path, "ActiveGuid", "Guid");
+  EXPECT_EQ(KyGuidUtils::Md5Hex(expected.diskKey + expected.adapterKey), guid);
+  EXPECT_EQ(expected.diskKey, IniRead(path, "ActiveGuid", "DiskKey"));
+  EXPECT_EQ(expected.adapterKey, IniRead(path, "ActiveGuid", "AdapterKey"));
+  EXPECT_EQ("0", IniRead(path, "ActiveGuid", "CreateIndex"));
+  EXPECT_EQ("2", IniRead(path, "ActiveGuid", "Version"));
+  EXPECT_EQ("0", IniRead(path, "ActiveGuid", "Reason"));
+  EXPECT_EQ(std::to_string(expected.score), IniRead(path, "ActiveGuid", "Score"));
+  EXPECT_EQ(guid, IniRead(path, "Build0", "Guid"));
+  EXPECT_EQ(std::to_string(expected.disks), IniRead(path, "Build0", "DiskCount"));
+  EXPECT_EQ(std::to_string(expected.adapters), IniRead(path, "Build0", "AdapterCount"));
+  EXPECT_EQ(1, CountLog("first create guid: " + guid));
+
+  ASSERT_EQ(1u, Updater()->UpdateNow());
+  EXPECT_EQ(guid, IniRead(path, "ActiveGuid", "Guid"));
+  EXPECT_EQ(1, CountLog("guid no change: " + guid));
+
+  KyGuidTest::ProcessResult read = RunProcess("kyguid.exe read");
+  EXPECT_EQ(guid + "\r\n", read.output);
+
+  char built[33] = {};
+  ASSERT_TRUE(Updater()->BuildGuidNow(built, sizeof(built)));
+  EXPECT_EQ(guid, built);
+}
+
+TEST_F(DllTest, AnotherProcessCannotUpdateDuringTheBackgroundHoldUntilItIsStopped) {
+  ASSERT_TRUE(Updater()->StartUpdate());
+  for (int waited = 0; waited < 20000 && CountLog("wait for 60 seconds") == 0; waited += 20) Sleep(20);
+  ASSERT_EQ(1, CountLog("wait for 60 seconds to reduce update freq!"));
+
+  KyGuidTest::ProcessResult busy = RunProcess("kyguid.exe update");
+  EXPECT_NE(std::string::npos, busy.output.find("result: 0 (another process is still updating)"))
+      << busy.output;
+  EXPECT_EQ(1, CountLog("Other process is doing update, we can't wait it finish!"));
+
+  const DWORD start = GetTickCount();
+  EXPECT_TRUE(Updater()->StopUpdate());
+  EXPECT_LT(GetTickCount() - start, 1000u);
+
+  KyGuidTest::ProcessResult free = RunProcess("kyguid.exe update");
+  EXPECT_NE(std::string::npos, free.output.find("result: 1 (updated)")) << free.output;
+  EXPECT_FALSE(Updater()->StartUpdate());  // at most one per 12 hours in a process
+  EXPECT_EQ(1, CountLog("CheckUpdateFreq denied"));
 }
 
 }  // namespace

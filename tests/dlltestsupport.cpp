@@ -76,6 +76,12 @@ ProcessResult RunProcess(const std::string& commandLine, DWORD timeoutMs) {
 
 void DllTest::SetUp() {
   WipeMachineProfile();
+  char temp[MAX_PATH] = {};
+  GetTempPathA(MAX_PATH, temp);
+  m_logPath = std::string(temp) + "kyguid-dlltest-" + std::to_string(GetCurrentProcessId()) + ".log";
+  DeleteFileA(m_logPath.c_str());
+  SetEnvironmentVariableA("KYLOGEX_FILE", m_logPath.c_str());
+  SetEnvironmentVariableA("KYLOGEX_LEVEL", "6");
   m_library = LoadLibraryA((ExecutableDir() + "\\KyGuid64.dll").c_str());
   ASSERT_NE(nullptr, m_library);
   m_getReader = KyGuidUtils::GetProcAs<GetGuidReaderFn>(m_library, "GetGuidReader");
@@ -84,6 +90,25 @@ void DllTest::SetUp() {
   ASSERT_NE(nullptr, m_getUpdater);
 }
 
-void DllTest::TearDown() { WipeMachineProfile(); }
+void DllTest::TearDown() {
+  WipeMachineProfile();
+  DeleteFileA(m_logPath.c_str());
+}
+
+int DllTest::CountLog(const std::string& text) const {
+  HANDLE file = CreateFileA(m_logPath.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                            nullptr, OPEN_EXISTING, 0, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return 0;
+  std::string content;
+  char buffer[65536];
+  DWORD read = 0;
+  while (ReadFile(file, buffer, sizeof(buffer), &read, nullptr) && read > 0) content.append(buffer, read);
+  CloseHandle(file);
+  int count = 0;
+  for (size_t at = content.find(text); at != std::string::npos; at = content.find(text, at + 1)) {
+    ++count;
+  }
+  return count;
+}
 
 }  // namespace KyGuidTest

@@ -34,6 +34,10 @@ class DllTest : public ::testing::Test {
   KyGuid::IGuidReader* Reader() const { return m_getReader(); }
   KyGuid::IGuidUpdater* Updater() const { return m_getUpdater(); }
   std::string GuidDbPath() const { return MachineProfileDir() + "\\Guid.db"; }
+  // What the DLL (and child processes started from here) logged in this test.
+  int CountLog(const std::string& text) const;
+
+  std::string m_logPath;
 
   HMODULE m_library = nullptr;
   GetGuidReaderFn m_getReader = nullptr;

@@ -42,6 +42,13 @@ class TestFolders final : public KyGuid::IFolders {
   bool m_fail = false;
 };
 
+// A tick count the test moves by hand.
+class FakeTicks final : public KyGuid::ITickSource {
+ public:
+  uint32_t GetTickCount() override { return now; }
+  uint32_t now = 1000;
+};
+
 // Fixture: fresh common and per-user application-data folders, an empty
 // simulated machine behind the hardware seam, and the substitute log module
 // (beside the executable) writing every level to a log file of this test.
@@ -63,6 +70,7 @@ class IsolatedTest : public ::testing::Test {
   std::unique_ptr<TempDir> m_temp;
   std::unique_ptr<TestFolders> m_folders;
   KyGuidSim::SimulatedMachine m_machine;
+  FakeTicks m_ticks;
   std::unique_ptr<KyGuid::ScopedPlatform> m_platform;
 };
 

@@ -35,10 +35,13 @@ std::string RegistryName(const std::string& adapterName) {
 
 // "\\.\PhysicalDriveN" -> N, or -1.
 int DriveNumber(const std::wstring& path) {
-  static const std::wstring kPrefix = L"\\\\.\\PhysicalDrive";
-  if (path.compare(0, kPrefix.size(), kPrefix) != 0 || path.size() == kPrefix.size()) return -1;
+  // No static string: this runs on update threads that outlive static
+  // destructors at process exit.
+  constexpr wchar_t kPrefix[] = L"\\\\.\\PhysicalDrive";
+  constexpr size_t kPrefixLength = sizeof(kPrefix) / sizeof(kPrefix[0]) - 1;
+  if (path.compare(0, kPrefixLength, kPrefix) != 0 || path.size() == kPrefixLength) return -1;
   int number = 0;
-  for (size_t i = kPrefix.size(); i < path.size(); ++i) {
+  for (size_t i = kPrefixLength; i < path.size(); ++i) {
     if (path[i] < L'0' || path[i] > L'9') return -1;
     number = number * 10 + (path[i] - L'0');
   }
@@ -237,6 +240,7 @@ std::unique_ptr<KyGuid::IDevice> SimulatedMachine::OpenDevice(const std::wstring
                                                              uint32_t access, uint32_t share,
                                                              uint32_t, uint32_t* error) {
   opens.push_back({path, access, share});
+  if (deviceOpenDelayMs) Sleep(deviceOpenDelayMs);
   auto fail = [&](uint32_t code) -> std::unique_ptr<KyGuid::IDevice> {
     if (error) *error = code;
     return nullptr;

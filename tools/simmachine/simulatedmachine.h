@@ -84,6 +84,7 @@ class SimulatedMachine final : public KyGuid::IHardware {
   uint32_t adapterQueryError = 0;  // non-zero: GetAdaptersInfo answers with it
   uint32_t adapterSizeGrowth = 0;  // bytes the list grows by between calls
   std::set<std::string> wmiPnpIds;
+  uint32_t deviceOpenDelayMs = 0;  // makes every device open slow
 
   // --- What the code under test asked ---------------------------------------
   std::vector<OpenCall> opens;
