@@ -6,4 +6,8 @@ std::wstring PhysicalDrivePath(int drive) {
   return L"\\\\.\\PhysicalDrive" + std::to_wstring(drive);
 }
 
+std::wstring ScsiPortPath(int controller) {
+  return L"\\\\.\\Scsi" + std::to_wstring(controller) + L":";
+}
+
 }  // namespace KyGuid

@@ -24,5 +24,8 @@ constexpr int kMaxPhysicalDrives = 16;
 
 // "\\.\PhysicalDrive<n>"
 std::wstring PhysicalDrivePath(int drive);
+// "\\.\Scsi<n>:", the port of SCSI (or SCSI-emulating IDE) controller n.
+std::wstring ScsiPortPath(int controller);
+constexpr int kMaxScsiControllers = 16;
 
 }  // namespace KyGuid

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 #include <winioctl.h>
+#include <ntddscsi.h>
 #include <iphlpapi.h>
 #include <nb30.h>
 
@@ -54,9 +55,14 @@ wchar_t VolumeLetter(const std::wstring& path) {
   return 0;
 }
 
+bool RecordSmartRequest(const std::wstring& device, const void* in, uint32_t inSize,
+                        std::vector<AtaRequest>* requests, AtaRequest& request);
+
 class SimDriveDevice final : public KyGuid::IDevice {
  public:
-  explicit SimDriveDevice(const SimDrive& drive) : m_drive(drive) {}
+  SimDriveDevice(const SimDrive& drive, const std::wstring& path,
+                 std::vector<AtaRequest>* requests)
+      : m_drive(drive), m_path(path), m_requests(requests) {}
 
   bool Control(uint32_t code, const void* in, uint32_t inSize, void* out, uint32_t outSize,
                uint32_t* returned, uint32_t* error) override {
@@ -77,9 +83,13 @@ class SimDriveDevice final : public KyGuid::IDevice {
         return true;
       }
       case kSmartReceive: {
-        if (m_drive.identify.empty() || !in || inSize < 11) return Fail(error, m_drive.smartError);
-        const uint8_t command = static_cast<const uint8_t*>(in)[10];
-        if (command != 0xEC && command != 0xA1) return Fail(error, kErrorInvalidFunction);
+        AtaRequest request;
+        if (!RecordSmartRequest(m_path, in, inSize, m_requests, request) ||
+            m_drive.identify.empty()) {
+          return Fail(error, m_drive.smartError);
+        }
+        const uint8_t expected = m_drive.packetDevice ? ATAPI_ID_CMD : ID_CMD;
+        if (request.command != expected) return Fail(error, kErrorInvalidFunction);
         std::vector<uint8_t> reply(kSendCmdOutHeader, 0);
         uint32_t bufferSize = 512;
         memcpy(reply.data(), &bufferSize, sizeof(bufferSize));
@@ -117,6 +127,8 @@ class SimDriveDevice final : public KyGuid::IDevice {
 
  private:
   const SimDrive& m_drive;
+  std::wstring m_path;
+  std::vector<AtaRequest>* m_requests;
 };
 
 class SimVolumeDevice final : public KyGuid::IDevice {
@@ -250,10 +262,12 @@ std::unique_ptr<KyGuid::IDevice> SimulatedMachine::OpenDevice(const std::wstring
     for (const SimDrive& drive : m_drives) {
       if (drive.number != number) continue;
       if (drive.openError) return fail(drive.openError);
-      return std::make_unique<SimDriveDevice>(drive);
+      return std::make_unique<SimDriveDevice>(drive, path, &ataRequests);
     }
     return fail(kErrorFileNotFound);
   }
+  const int controller = ScsiControllerNumber(path);
+  if (controller >= 0) return OpenScsiPort(controller, error);
   wchar_t letter = VolumeLetter(path);
   for (const SimVolume& volume : m_volumes) {
     if (letter && towupper(volume.letter) == towupper(letter)) {
@@ -336,5 +350,118 @@ bool SimulatedMachine::FindWmiAdapter(const std::string& pnpId) {
 }
 
 uint8_t SimulatedMachine::Netbios(void*) { return NRC_SYSTEM; }
+
+// --- IDENTIFY through SMART and SCSI miniports --------------------------------
+
+namespace {
+
+constexpr uint32_t kScsiMiniport = IOCTL_SCSI_MINIPORT;
+// IOCTL_SCSI_MINIPORT_IDENTIFY, from the driver kit: FILE_DEVICE_SCSI (0x1B)
+// in the high word.
+constexpr uint32_t kMiniportIdentify = (0x1Bu << 16) + 0x0501;
+
+// Reads the request as the driver does, through SENDCMDINPARAMS; a request
+// too short to carry the command register is refused.
+bool RecordSmartRequest(const std::wstring& device, const void* in, uint32_t inSize,
+                        std::vector<AtaRequest>* requests, AtaRequest& request) {
+  if (!in || inSize < offsetof(SENDCMDINPARAMS, irDriveRegs.bCommandReg) + 1) return false;
+  SENDCMDINPARAMS params{};
+  memcpy(&params, in, std::min<size_t>(inSize, sizeof(params)));
+  request.device = device;
+  request.inSize = inSize;
+  request.bufferSize = params.cBufferSize;
+  request.sectorCount = params.irDriveRegs.bSectorCountReg;
+  request.driveHead = params.irDriveRegs.bDriveHeadReg;
+  request.command = params.irDriveRegs.bCommandReg;
+  request.driveNumber = params.bDriveNumber;
+  if (requests) requests->push_back(request);
+  return true;
+}
+
+class SimScsiDevice final : public KyGuid::IDevice {
+ public:
+  SimScsiDevice(const SimScsiController& controller, std::vector<AtaRequest>& requests)
+      : m_controller(controller), m_requests(requests) {}
+
+  // The miniport takes SRB_IO_CONTROL followed by SENDCMDINPARAMS and gives
+  // back SRB_IO_CONTROL followed by SENDCMDOUTPARAMS with the IDENTIFY data.
+  bool Control(uint32_t code, const void* in, uint32_t inSize, void* out, uint32_t outSize,
+               uint32_t* returned, uint32_t* error) override {
+    if (returned) *returned = 0;
+    const size_t requestSize = sizeof(SRB_IO_CONTROL) + sizeof(SENDCMDINPARAMS) - 1;
+    if (code != kScsiMiniport || !in || inSize < requestSize) {
+      return SimDriveDevice::Fail(error, kErrorInvalidFunction);
+    }
+    SRB_IO_CONTROL header;
+    memcpy(&header, in, sizeof(header));
+    if (header.HeaderLength != sizeof(SRB_IO_CONTROL) ||
+        memcmp(header.Signature, "SCSIDISK", sizeof(header.Signature)) != 0 ||
+        header.ControlCode != kMiniportIdentify) {
+      return SimDriveDevice::Fail(error, kErrorInvalidFunction);
+    }
+    AtaRequest request;
+    const auto* params = static_cast<const uint8_t*>(in) + sizeof(SRB_IO_CONTROL);
+    RecordSmartRequest(L"\\\\.\\Scsi" + std::to_wstring(m_controller.number) + L":", params,
+                       inSize - static_cast<uint32_t>(sizeof(SRB_IO_CONTROL)), &m_requests,
+                       request);
+    if (request.command != ID_CMD || request.driveNumber > 1 ||
+        m_controller.identify[request.driveNumber].empty()) {
+      return SimDriveDevice::Fail(error, m_controller.miniportError);
+    }
+
+    const std::vector<uint8_t>& identify = m_controller.identify[request.driveNumber];
+    std::vector<uint8_t> reply(sizeof(SRB_IO_CONTROL) + offsetof(SENDCMDOUTPARAMS, bBuffer), 0);
+    header.ReturnCode = 0;
+    header.Length = sizeof(SENDCMDOUTPARAMS) - 1 + static_cast<ULONG>(identify.size());
+    memcpy(reply.data(), &header, sizeof(header));
+    SENDCMDOUTPARAMS status{};
+    status.cBufferSize = static_cast<DWORD>(identify.size());
+    memcpy(reply.data() + sizeof(SRB_IO_CONTROL), &status, offsetof(SENDCMDOUTPARAMS, bBuffer));
+    reply.insert(reply.end(), identify.begin(), identify.end());
+    if (outSize < reply.size()) return SimDriveDevice::Fail(error, kErrorInsufficientBuffer);
+    return SimDriveDevice::Reply(reply, out, outSize, returned, error);
+  }
+  bool SeekToStart() override { return false; }
+  bool Read(void*, uint32_t, uint32_t*) override { return false; }
+
+ private:
+  const SimScsiController& m_controller;
+  std::vector<AtaRequest>& m_requests;
+};
+
+}  // namespace
+
+SimScsiController& SimulatedMachine::AddScsiController(int number) {
+  m_scsiControllers.emplace_back();
+  m_scsiControllers.back().number = number;
+  return m_scsiControllers.back();
+}
+
+int SimulatedMachine::ScsiControllerNumber(const std::wstring& path) {
+  static const std::wstring kPrefix = L"\\\\.\\Scsi";
+  if (path.compare(0, kPrefix.size(), kPrefix) != 0 || path.size() < kPrefix.size() + 2 ||
+      path.back() != L':') {
+    return -1;
+  }
+  int number = 0;
+  for (size_t i = kPrefix.size(); i + 1 < path.size(); ++i) {
+    if (path[i] < L'0' || path[i] > L'9') return -1;
+    number = number * 10 + (path[i] - L'0');
+  }
+  return number;
+}
+
+std::unique_ptr<KyGuid::IDevice> SimulatedMachine::OpenScsiPort(int controller, uint32_t* error) {
+  for (const SimScsiController& port : m_scsiControllers) {
+    if (port.number != controller) continue;
+    if (port.openError) {
+      if (error) *error = port.openError;
+      return nullptr;
+    }
+    return std::make_unique<SimScsiDevice>(port, ataRequests);
+  }
+  if (error) *error = kErrorFileNotFound;
+  return nullptr;
+}
 
 }  // namespace KyGuidSim

@@ -34,6 +34,31 @@ struct SimDrive {
   uint32_t smartError = kErrorInvalidFunction;
   uint8_t ideDeviceMap = 0x01;
   uint32_t smartReturnedBytes = 528;  // what SMART_RCV_DRIVE_DATA reports
+  // An ATAPI device answers IDENTIFY PACKET DEVICE (0xA1) only, an ATA
+  // device IDENTIFY DEVICE (0xEC) only; the other command fails.
+  bool packetDevice = false;
+};
+
+// A SCSI port ("\\.\ScsiN:") whose miniport answers IDENTIFY for the
+// devices at positions 0 and 1.
+struct SimScsiController {
+  int number = 0;
+  uint32_t openError = 0;
+  // The IDENTIFY block per position; empty: the miniport fails the request.
+  std::vector<uint8_t> identify[2];
+  uint32_t miniportError = kErrorInvalidFunction;
+};
+
+// The IDENTIFY request a drive or miniport received, read through
+// SENDCMDINPARAMS.
+struct AtaRequest {
+  std::wstring device;
+  uint32_t inSize = 0;
+  uint32_t bufferSize = 0;  // cBufferSize
+  uint8_t sectorCount = 0;
+  uint8_t driveHead = 0;
+  uint8_t command = 0;
+  uint8_t driveNumber = 0;
 };
 
 struct SimVolume {
@@ -79,6 +104,7 @@ class SimulatedMachine final : public KyGuid::IHardware {
   SimVolume& AddVolume(wchar_t letter);
   SimAdapter& AddAdapter(const std::string& name, const std::string& description,
                          const std::vector<uint8_t>& address);
+  SimScsiController& AddScsiController(int number);
 
   bool adapterApiMissing = false;
   uint32_t adapterQueryError = 0;  // non-zero: GetAdaptersInfo answers with it
@@ -92,6 +118,7 @@ class SimulatedMachine final : public KyGuid::IHardware {
   std::vector<uint32_t> adapterQuerySizes;  // the size passed to each call
   int adapterModuleLoads = 0;
   std::vector<std::string> wmiQueries;
+  std::vector<AtaRequest> ataRequests;  // SMART_RCV_DRIVE_DATA and miniport IDENTIFY
 
   // --- The seam ------------------------------------------------------------
   std::unique_ptr<KyGuid::IDevice> OpenDevice(const std::wstring& path, uint32_t access,
@@ -110,10 +137,14 @@ class SimulatedMachine final : public KyGuid::IHardware {
 
  private:
   const SimAdapter* FindAdapterByConnectionKey(const std::string& connectionKey) const;
+  // "\\.\ScsiN:" -> N, or -1.
+  static int ScsiControllerNumber(const std::wstring& path);
+  std::unique_ptr<KyGuid::IDevice> OpenScsiPort(int controller, uint32_t* error);
 
   std::deque<SimDrive> m_drives;
   std::deque<SimVolume> m_volumes;
   std::deque<SimAdapter> m_adapters;
+  std::deque<SimScsiController> m_scsiControllers;
   int m_adapterQueries = 0;
 };
 

@@ -1,0 +1,397 @@
+#include "kyguidlib/td/hddfetcher.h"
+
+#include <windows.h>
+#include <shlobj.h>
+
+#include <cstdint>
+#include <cstring>
+#include <ctime>
+#include <memory>
+
+#include "common/kylog.h"
+#include "kyguidlib/devicepaths.h"
+#include "kyguidlib/devicestrings.h"
+#include "kyguidlib/guidpaths.h"
+#include "kyguidlib/hardware.h"
+#include "kyguidlib/identifyrequests.h"
+#include "kyguidlib/platform.h"
+
+namespace KyMacID {
+namespace {
+
+using namespace KyGuid;
+
+constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\td\\hddfetcher";
+constexpr wchar_t kGetPhysicsDriveIdentify[] = L"KyMacID::CHddFetcher::GetPhysicsDriveIdentify";
+constexpr wchar_t kWithAdminRights[] =
+    L"KyMacID::CHddFetcher::ReadPhysicalDriveInNTWithAdminRights";
+constexpr wchar_t kAsScsiDrive[] = L"KyMacID::CHddFetcher::ReadIdeDriveAsScsiDriveInNT";
+constexpr wchar_t kWithZeroRights[] = L"KyMacID::CHddFetcher::ReadPhysicalDriveInNTWithZeroRights";
+constexpr wchar_t kUsingSmart[] = L"KyMacID::CHddFetcher::ReadPhysicalDriveInNTUsingSmart";
+constexpr wchar_t kRand[] = L"KyMacID::CHddFetcher::ReadPhysicalDriveRand";
+constexpr wchar_t kRandString[] = L"KyMacID::CHddFetcher::RandString";
+constexpr wchar_t kDrivePorts[] = L"KyMacID::CHddFetcher::ReadDrivePortsDirectly";
+
+// Every function marks its entry with a TRACE line carrying its full name.
+constexpr char kEnter[] = "enter";
+
+constexpr uint32_t kPropertyQuerySize = 12;  // StorageDeviceProperty, PropertyStandardQuery
+constexpr uint32_t kDescriptorReplySize = 2048;
+constexpr size_t kProductIdOffsetAt = 16;
+constexpr size_t kRevisionOffsetAt = 20;
+constexpr size_t kSerialNumberOffsetAt = 24;
+
+constexpr char kDbSection[] = "HDD";
+constexpr DWORD kDbValueSize = 260;
+constexpr int kMinRandLetters = 8;
+constexpr int kRandLetterSpread = 25;  // 8 to 32 letters
+
+int ReadLe32(const uint8_t* bytes, size_t at) {
+  uint32_t value;
+  memcpy(&value, bytes + at, sizeof(value));
+  return static_cast<int>(value);
+}
+
+DriveRecord FromIdentify(const uint8_t* identify) {
+  DriveRecord record;
+  record.SerialNumber = ConvertToString(identify, 10, 19);
+  record.ModelNumber = ConvertToString(identify, 27, 46);
+  record.RevisionNumber = ConvertToString(identify, 23, 26);
+  return record;
+}
+
+// What one reader found: every drive goes to the list, the first one also
+// becomes the reader's identity.
+class Findings {
+ public:
+  Findings(std::string& serialNumber, std::string& modelNumber, std::string& revisionNumber,
+           std::vector<DriveRecord>& drives)
+      : m_serial(serialNumber),
+        m_model(modelNumber),
+        m_revision(revisionNumber),
+        m_drives(drives) {}
+
+  void Add(const DriveRecord& record) {
+    m_drives.push_back(record);
+    if (m_any) return;
+    m_any = true;
+    m_serial = record.SerialNumber;
+    m_model = record.ModelNumber;
+    m_revision = record.RevisionNumber;
+  }
+  bool Any() const { return m_any; }
+
+ private:
+  std::string& m_serial;
+  std::string& m_model;
+  std::string& m_revision;
+  std::vector<DriveRecord>& m_drives;
+  bool m_any = false;
+};
+
+void LogDrive(const wchar_t* function, int drive, const DriveRecord& record) {
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(function), "fetch disk[%d],  PID=%s, VID=%s, SN=%s", drive,
+               record.ModelNumber.c_str(), record.RevisionNumber.c_str(),
+               record.SerialNumber.c_str());
+}
+
+std::unique_ptr<IDevice> OpenDrive(int drive, uint32_t access) {
+  uint32_t error = 0;
+  return CurrentPlatform().hardware->OpenDevice(PhysicalDrivePath(drive), access,
+                                                kShareRead | kShareWrite, 0, &error);
+}
+
+// The runtime's rand() keeps its state per thread, so seeding it once would
+// leave every other thread, the updater's worker among them, on the default
+// seed and every machine with the same "random" identity. This is the same
+// generator with one state for the process.
+class ProcessRandom {
+ public:
+  static int Next() {
+    AcquireSRWLockExclusive(&s_lock);
+    if (!s_seeded) {
+      // The seconds of _time32, which the x64 system runtime does not
+      // export; the low 32 bits of the 64-bit time are the same value.
+      s_state = static_cast<uint32_t>(time(nullptr));
+      s_seeded = true;
+    }
+    s_state = s_state * 214013u + 2531011u;
+    const int value = static_cast<int>((s_state >> 16) & 0x7FFF);
+    ReleaseSRWLockExclusive(&s_lock);
+    return value;
+  }
+
+ private:
+  static SRWLOCK s_lock;
+  static bool s_seeded;
+  static uint32_t s_state;
+};
+
+SRWLOCK ProcessRandom::s_lock = SRWLOCK_INIT;
+bool ProcessRandom::s_seeded = false;
+uint32_t ProcessRandom::s_state = 0;
+
+}  // namespace
+
+bool CHddFetcher::GetPhysicsDriveIdentify(std::string& serialNumber, std::string& modelNumber,
+                                          std::string& revisionNumber,
+                                          std::vector<DriveRecord>& drives) {
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetPhysicsDriveIdentify), kEnter);
+  drives.clear();
+
+  // A failed query is taken as NT: the library runs on nothing else.
+  OSVERSIONINFOW version = {};
+  version.dwOSVersionInfoSize = sizeof(version);
+  if (GetVersionExW(&version) && version.dwPlatformId != VER_PLATFORM_WIN32_NT) {
+    return ReadDrivePortsDirectly(serialNumber, modelNumber, revisionNumber, drives);
+  }
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kGetPhysicsDriveIdentify),
+               "GetPhysicsDriveIdentify VER_PLATFORM_WIN32_NT");
+
+  using Reader =
+      bool (CHddFetcher::*)(std::string&, std::string&, std::string&, std::vector<DriveRecord>&);
+  struct Method {
+    Reader read;
+    const char* name;
+  };
+  // All four always run, so the list holds every drive any of them saw.
+  const Method methods[] = {
+      {&CHddFetcher::ReadPhysicalDriveInNTWithAdminRights, "ReadPhysicalDriveInNTWithAdminRights"},
+      {&CHddFetcher::ReadIdeDriveAsScsiDriveInNT, "ReadIdeDriveAsScsiDriveInNT"},
+      {&CHddFetcher::ReadPhysicalDriveInNTWithZeroRights, "ReadPhysicalDriveInNTWithZeroRights"},
+      {&CHddFetcher::ReadPhysicalDriveInNTUsingSmart, "ReadPhysicalDriveInNTUsingSmart"},
+  };
+  bool identified = false;
+  for (const Method& method : methods) {
+    std::string serial, model, revision;
+    if (!(this->*method.read)(serial, model, revision, drives) || identified) continue;
+    identified = true;
+    serialNumber = serial;
+    modelNumber = model;
+    revisionNumber = revision;
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(kGetPhysicsDriveIdentify),
+                 "GetPhysicsDriveIdentify %s serialNumber=%s, modelNumber=%s, revisionNumber=%s",
+                 method.name, serial.c_str(), model.c_str(), revision.c_str());
+  }
+  if (identified) return true;
+
+  std::string serial, model, revision;
+  if (!ReadPhysicalDriveRand(serial, model, revision, drives)) return false;
+  serialNumber = serial;
+  modelNumber = model;
+  revisionNumber = revision;
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kGetPhysicsDriveIdentify),
+               "GetPhysicsDriveIdentify ReadPhysicalDriveRand serialNumber=%s, modelNumber=%s, "
+               "revisionNumber=%s",
+               serial.c_str(), model.c_str(), revision.c_str());
+  return true;
+}
+
+bool CHddFetcher::ReadPhysicalDriveInNTWithAdminRights(std::string& serialNumber,
+                                                       std::string& modelNumber,
+                                                       std::string& revisionNumber,
+                                                       std::vector<DriveRecord>& drives) {
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kWithAdminRights), kEnter);
+  Findings found(serialNumber, modelNumber, revisionNumber, drives);
+  for (int drive = 0; drive < kMaxPhysicalDrives; ++drive) {
+    std::unique_ptr<IDevice> device = OpenDrive(drive, kGenericRead | kGenericWrite);
+    if (!device) continue;
+
+    uint8_t version[kVersionParamsSize] = {};
+    uint32_t returned = 0;
+    uint32_t error = 0;
+    if (!device->Control(kSmartGetVersion, nullptr, 0, version, sizeof(version), &returned,
+                         &error)) {
+      KyLog::Write(KyLog::kWarn, KYLOG_SITE(kWithAdminRights),
+                   "fetch disk[%d], DFP_GET_VERSION failed: %u", drive, error);
+      continue;
+    }
+    const uint8_t deviceMap = version[kVersionIdeDeviceMapAt];
+    if (deviceMap == 0) continue;  // no IDE device behind this handle
+
+    std::vector<uint8_t> request = FullIdentifyRequest(drive, IdentifyCommandFor(deviceMap, drive));
+    uint8_t reply[kIdentifyReplySize] = {};
+    if (!device->Control(kSmartReceiveDriveData, request.data(), kSendCmdInSize - 1, reply,
+                         sizeof(reply), &returned, &error)) {
+      KyLog::Write(KyLog::kWarn, KYLOG_SITE(kWithAdminRights),
+                   "fetch disk[%d], DoIDENTIFY failed: %u", drive, error);
+      continue;
+    }
+    DriveRecord record = FromIdentify(reply + kSendCmdOutHeaderSize);
+    found.Add(record);
+    LogDrive(kWithAdminRights, drive, record);
+  }
+  return found.Any();
+}
+
+bool CHddFetcher::ReadIdeDriveAsScsiDriveInNT(std::string& serialNumber, std::string& modelNumber,
+                                              std::string& revisionNumber,
+                                              std::vector<DriveRecord>& drives) {
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kAsScsiDrive), kEnter);
+  Findings found(serialNumber, modelNumber, revisionNumber, drives);
+  for (int controller = 0; controller < kMaxScsiControllers; ++controller) {
+    uint32_t error = 0;
+    std::unique_ptr<IDevice> port = CurrentPlatform().hardware->OpenDevice(
+        ScsiPortPath(controller), kGenericRead | kGenericWrite, kShareRead | kShareWrite, 0,
+        &error);
+    if (!port) continue;
+
+    for (int drive = 0; drive < 2; ++drive) {
+      std::vector<uint8_t> block = MiniportIdentifyRequest(drive);
+      uint32_t returned = 0;
+      if (!port->Control(kIoctlScsiMiniport, block.data(), kMiniportInputSize, block.data(),
+                         kMiniportBlockSize, &returned, &error)) {
+        KyLog::Write(KyLog::kWarn, KYLOG_SITE(kAsScsiDrive),
+                     "fetch disk IOCTL_SCSI_MINIPORT failed: scsi%d:%d, error=%u", controller,
+                     drive, error);
+        continue;
+      }
+      DriveRecord record = FromIdentify(block.data() + kMiniportIdentifyAt);
+      found.Add(record);
+      KyLog::Write(KyLog::kInfo, KYLOG_SITE(kAsScsiDrive),
+                   "fetch disk(scsi%d:%d),  PID=%s, VID=%s, SN=%s", controller, drive,
+                   record.ModelNumber.c_str(), record.RevisionNumber.c_str(),
+                   record.SerialNumber.c_str());
+    }
+  }
+  return found.Any();
+}
+
+bool CHddFetcher::ReadPhysicalDriveInNTWithZeroRights(std::string& serialNumber,
+                                                      std::string& modelNumber,
+                                                      std::string& revisionNumber,
+                                                      std::vector<DriveRecord>& drives) {
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kWithZeroRights), kEnter);
+  Findings found(serialNumber, modelNumber, revisionNumber, drives);
+  for (int drive = 0; drive < kMaxPhysicalDrives; ++drive) {
+    std::unique_ptr<IDevice> device = OpenDrive(drive, 0);
+    if (!device) continue;
+
+    uint8_t query[kPropertyQuerySize] = {};
+    std::vector<uint8_t> reply(kDescriptorReplySize, 0);
+    uint32_t returned = 0;
+    uint32_t error = 0;
+    if (!device->Control(kIoctlStorageQueryProperty, query, sizeof(query), reply.data(),
+                         kDescriptorReplySize, &returned, &error)) {
+      continue;
+    }
+    const uint8_t* descriptor = reply.data();
+    DriveRecord record;
+    record.ModelNumber = flipAndCodeBytes(descriptor, kDescriptorReplySize,
+                                          ReadLe32(descriptor, kProductIdOffsetAt), false);
+    record.RevisionNumber = flipAndCodeBytes(descriptor, kDescriptorReplySize,
+                                             ReadLe32(descriptor, kRevisionOffsetAt), false);
+    record.SerialNumber = flipAndCodeBytes(descriptor, kDescriptorReplySize,
+                                           ReadLe32(descriptor, kSerialNumberOffsetAt), true);
+    found.Add(record);
+    LogDrive(kWithZeroRights, drive, record);
+  }
+  return found.Any();
+}
+
+bool CHddFetcher::ReadPhysicalDriveInNTUsingSmart(std::string& serialNumber,
+                                                  std::string& modelNumber,
+                                                  std::string& revisionNumber,
+                                                  std::vector<DriveRecord>& drives) {
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kUsingSmart), kEnter);
+  Findings found(serialNumber, modelNumber, revisionNumber, drives);
+  for (int drive = 0; drive < kMaxPhysicalDrives; ++drive) {
+    std::unique_ptr<IDevice> device = OpenDrive(drive, kGenericRead | kGenericWrite);
+    if (!device) continue;
+
+    uint8_t version[kVersionParamsSize] = {};
+    uint32_t returned = 0;
+    uint32_t error = 0;
+    if (!device->Control(kSmartGetVersion, nullptr, 0, version, sizeof(version), &returned,
+                         &error)) {
+      KyLog::Write(KyLog::kWarn, KYLOG_SITE(kUsingSmart),
+                   "fetch disk[%d], SMART_GET_VERSION failed: %u", drive, error);
+      continue;
+    }
+    std::vector<uint8_t> request = CommandOnlyIdentifyRequest(kSendCmdInSize);
+    uint8_t reply[kIdentifyReplySize] = {};
+    if (!device->Control(kSmartReceiveDriveData, request.data(), kSendCmdInSize, reply,
+                         sizeof(reply), &returned, &error)) {
+      KyLog::Write(KyLog::kWarn, KYLOG_SITE(kUsingSmart),
+                   "fetch disk[%d], SMART_RCV_DRIVE_DATA failed: %u", drive, error);
+      continue;
+    }
+    DriveRecord record = FromIdentify(reply + kSendCmdOutHeaderSize);
+    found.Add(record);
+    LogDrive(kUsingSmart, drive, record);
+  }
+  return found.Any();
+}
+
+bool CHddFetcher::ReadPhysicalDriveRand(std::string& serialNumber, std::string& modelNumber,
+                                        std::string& revisionNumber,
+                                        std::vector<DriveRecord>& drives) {
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kRand), kEnter);
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kRand), "ReadPhysicalDriveRand begin");
+
+  const std::wstring folder = GetProfileDir();
+  if (folder.empty()) {
+    // The folder seam only says that the shell gave no folder, not why.
+    KyLog::Write(KyLog::kError, KYLOG_SITE(kRand), "failed to get common appdata dir: 0x%x",
+                 static_cast<unsigned>(E_FAIL));
+    return false;
+  }
+  if (GetFileAttributesW(folder.c_str()) == INVALID_FILE_ATTRIBUTES) {
+    SHCreateDirectory(nullptr, folder.c_str());
+  }
+  const std::string path = WideToAnsi(folder) + "\\HDD.db";
+
+  auto read = [&path](const char* key) {
+    char value[kDbValueSize] = {};
+    GetPrivateProfileStringA(kDbSection, key, "", value, kDbValueSize, path.c_str());
+    return std::string(value);
+  };
+  DriveRecord record;
+  record.SerialNumber = read("SerialNumber");
+  record.ModelNumber = read("ModelNumber");
+  record.RevisionNumber = read("RevisionNumber");
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kRand),
+               "ReadPhysicalDriveRand read db serialNumber=%s, modelNumber=%s, revisionNumber=%s",
+               record.SerialNumber.c_str(), record.ModelNumber.c_str(),
+               record.RevisionNumber.c_str());
+
+  // A partial identity is never completed: all three are made anew together.
+  if (record.SerialNumber.empty() || record.ModelNumber.empty() || record.RevisionNumber.empty()) {
+    RandString(record.SerialNumber);
+    RandString(record.ModelNumber);
+    RandString(record.RevisionNumber);
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(kRand),
+                 "ReadPhysicalDriveRand Rand serialNumber=%s, modelNumber=%s, revisionNumber=%s",
+                 record.SerialNumber.c_str(), record.ModelNumber.c_str(),
+                 record.RevisionNumber.c_str());
+    WritePrivateProfileStringA(kDbSection, "SerialNumber", record.SerialNumber.c_str(),
+                               path.c_str());
+    WritePrivateProfileStringA(kDbSection, "ModelNumber", record.ModelNumber.c_str(), path.c_str());
+    WritePrivateProfileStringA(kDbSection, "RevisionNumber", record.RevisionNumber.c_str(),
+                               path.c_str());
+  }
+
+  serialNumber = record.SerialNumber;
+  modelNumber = record.ModelNumber;
+  revisionNumber = record.RevisionNumber;
+  drives.push_back(record);
+  return true;
+}
+
+void CHddFetcher::RandString(std::string& text) {
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kRandString), kEnter);
+  text = "Rand_";
+  const int letters = ProcessRandom::Next() % kRandLetterSpread + kMinRandLetters;
+  for (int i = 0; i < letters; ++i) {
+    const char base = (ProcessRandom::Next() & 1) ? 'A' : 'a';
+    text.push_back(static_cast<char>(base + ProcessRandom::Next() % 26));
+  }
+}
+
+bool CHddFetcher::ReadDrivePortsDirectly(std::string&, std::string&, std::string&,
+                                         std::vector<DriveRecord>&) {
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kDrivePorts), kEnter);
+  return false;
+}
+
+}  // namespace KyMacID
