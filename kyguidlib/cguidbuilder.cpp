@@ -7,6 +7,7 @@
 #include "common/kylog.h"
 #include "common/md5.h"
 #include "common/strutil.h"
+#include "kyguidlib/ancientdiskfetcher.h"
 #include "kyguidlib/cadapterfetcher.h"
 #include "kyguidlib/cdiskfetcher.h"
 #include "kyguidlib/cguidprofile.h"
@@ -273,13 +274,48 @@ int CGuidBuilder::UpdateGuidByAncient() {
 
 void CGuidBuilder::GetSequenceID() {}
 
-// Until the earlier scheme's disk reads are in, only present disks bind.
-bool CGuidBuilder::DeepMatchLegacyDisk(GuidRecord&) { return false; }
+bool CGuidBuilder::DeepMatchLegacyDisk(GuidRecord& record) {
+  std::vector<DiskInfo> adminRights;
+  std::vector<DiskInfo> scsi;
+  std::vector<DiskInfo> zeroRights;
+  std::vector<DiskInfo> smart;
+  CAncientDiskFetcher::FetchWithAdminRights(adminRights);
+  CAncientDiskFetcher::FetchAsScsiDrive(scsi);
+  CAncientDiskFetcher::FetchWithZeroRights(zeroRights);
+  CAncientDiskFetcher::FetchUsingSmart(smart);
+  // The identity kept in HDD.db belongs to no drive number; it stands for
+  // drive 0, as the earlier scheme's zeroed record did.
+  DiskInfo randDisk;
+  randDisk.Index = 0;
+  const bool haveRandDisk = CAncientDiskFetcher::ReadRandDisk(randDisk) != 0;
+
+  const DiskInfo* hit = nullptr;
+  for (const std::vector<DiskInfo>* list : {&adminRights, &scsi, &zeroRights, &smart}) {
+    hit = CAncientDiskFetcher::FindDiskByGuid(*list, record.DiskKey);
+    if (hit) break;
+  }
+  if (!hit && haveRandDisk &&
+      CAncientDiskFetcher::CalcDiskGuid(randDisk.ProductId, randDisk.Revision,
+                                        randDisk.SerialNumber) == record.DiskKey) {
+    hit = &randDisk;
+  }
+  if (!hit) return false;
+
+  const std::string ancientValue = record.DiskKey;
+  if (const DiskInfo* present = FindDisk(hit->Index)) {
+    BindDisk(record, *present);
+  } else {
+    BindDisk(record, *hit);
+  }
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(L"KyGuid::CGuidBuilder::DeepMatchAncientGuid"),
+               "Deepmatch find disk[%s]-->Guid[%s]", record.DiskKey.c_str(), ancientValue.c_str());
+  return true;
+}
 
 std::string CGuidBuilder::AncientDiskGuid(const std::string& productId,
                                           const std::string& revision,
                                           const std::string& serialNumber) {
-  return CalcDiskGuid(productId, revision, serialNumber);
+  return CAncientDiskFetcher::CalcDiskGuid(productId, revision, serialNumber);
 }
 
 }  // namespace KyGuid

@@ -3,6 +3,7 @@
 #include <shlobj.h>
 
 #include "common/win32raii.h"
+#include "tests/testsupport.h"
 
 namespace KyGuidTest {
 
@@ -36,41 +37,47 @@ void WipeMachineProfile() {
 
 ProcessResult RunProcess(const std::string& commandLine, DWORD timeoutMs) {
   ProcessResult result;
+  // Output goes to a file, not a pipe, so that a child that hangs can be
+  // ended after the timeout instead of blocking a read.
+  char temp[MAX_PATH] = {};
+  GetTempPathA(MAX_PATH, temp);
+  static int counter = 0;
+  const std::string outputPath = std::string(temp) + "kyguid-child-" +
+                                 std::to_string(GetCurrentProcessId()) + "-" +
+                                 std::to_string(counter++) + ".txt";
   SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
-  HANDLE readEnd = nullptr;
-  HANDLE writeEnd = nullptr;
-  if (!CreatePipe(&readEnd, &writeEnd, &inherit, 0)) return result;
-  KyGuidUtils::UniqueHandle reader(readEnd);
-  KyGuidUtils::UniqueHandle writer(writeEnd);
-  SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
+  KyGuidUtils::UniqueFile output(CreateFileA(outputPath.c_str(), GENERIC_WRITE,
+                                             FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
+                                             CREATE_ALWAYS, FILE_ATTRIBUTE_TEMPORARY, nullptr));
+  if (!output) return result;
 
   STARTUPINFOA startup{};
   startup.cb = sizeof(startup);
   startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdOutput = writeEnd;
-  startup.hStdError = writeEnd;
+  startup.hStdOutput = output.get();
+  startup.hStdError = output.get();
   startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
   PROCESS_INFORMATION info{};
-  std::string line = "\"" + ExecutableDir() + "\\" + commandLine.substr(0, commandLine.find(' ')) +
-                     "\"" + (commandLine.find(' ') == std::string::npos
-                                 ? ""
-                                 : commandLine.substr(commandLine.find(' ')));
+  const size_t space = commandLine.find(' ');
+  std::string line = "\"" + ExecutableDir() + "\\" + commandLine.substr(0, space) + "\"" +
+                     (space == std::string::npos ? "" : commandLine.substr(space));
   if (!CreateProcessA(nullptr, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
                       &info)) {
     return result;
   }
   KyGuidUtils::UniqueHandle process(info.hProcess);
   KyGuidUtils::UniqueHandle thread(info.hThread);
-  writer.reset();
+  output.reset();
 
-  char buffer[4096];
-  DWORD read = 0;
-  while (ReadFile(reader.get(), buffer, sizeof(buffer), &read, nullptr) && read > 0) {
-    result.output.append(buffer, read);
-  }
   if (WaitForSingleObject(process.get(), timeoutMs) == WAIT_OBJECT_0) {
     GetExitCodeProcess(process.get(), &result.exitCode);
+  } else {
+    TerminateProcess(process.get(), 0xDEAD);
+    WaitForSingleObject(process.get(), 5000);
+    result.output = "(the child did not end within the timeout)\n";
   }
+  result.output += ReadWholeFile(outputPath);
+  DeleteFileA(outputPath.c_str());
   return result;
 }
 

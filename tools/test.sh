@@ -11,11 +11,9 @@ echo "== pure code, native, with sanitizers"
 
 echo "== everything, under Wine"
 
-# One wineserver for the whole run instead of one per test process. Its
-# service processes are started here with their output discarded: started by
-# a test, they would inherit ctest's output pipe and hold it open.
+# One wineserver for the whole run (tools/winerun starts it, with its
+# service processes detached from ctest's pipes), ended afterwards.
 export WINEPREFIX="$root/.wine"
-/usr/lib/wine/wineserver -p
 trap '/usr/lib/wine/wineserver -k 2>/dev/null || true' EXIT
 tools/winerun cmd /c exit </dev/null >/dev/null 2>&1 || true
 

@@ -36,8 +36,9 @@ std::string RegistryName(const std::string& adapterName) {
 
 // "\\.\PhysicalDriveN" -> N, or -1.
 int DriveNumber(const std::wstring& path) {
-  // No static string: this runs on update threads that outlive static
-  // destructors at process exit.
+  // No static string: a static first used on an update thread during
+  // process exit registers its destructor while exit holds the runtime's
+  // exit lock, and the thread never finishes.
   constexpr wchar_t kPrefix[] = L"\\\\.\\PhysicalDrive";
   constexpr size_t kPrefixLength = sizeof(kPrefix) / sizeof(kPrefix[0]) - 1;
   if (path.compare(0, kPrefixLength, kPrefix) != 0 || path.size() == kPrefixLength) return -1;
@@ -438,13 +439,15 @@ SimScsiController& SimulatedMachine::AddScsiController(int number) {
 }
 
 int SimulatedMachine::ScsiControllerNumber(const std::wstring& path) {
-  static const std::wstring kPrefix = L"\\\\.\\Scsi";
-  if (path.compare(0, kPrefix.size(), kPrefix) != 0 || path.size() < kPrefix.size() + 2 ||
+  // A constant array, not a static string: see DriveNumber.
+  constexpr wchar_t kPrefix[] = L"\\\\.\\Scsi";
+  constexpr size_t kPrefixLength = sizeof(kPrefix) / sizeof(kPrefix[0]) - 1;
+  if (path.compare(0, kPrefixLength, kPrefix) != 0 || path.size() < kPrefixLength + 2 ||
       path.back() != L':') {
     return -1;
   }
   int number = 0;
-  for (size_t i = kPrefix.size(); i + 1 < path.size(); ++i) {
+  for (size_t i = kPrefixLength; i + 1 < path.size(); ++i) {
     if (path[i] < L'0' || path[i] > L'9') return -1;
     number = number * 10 + (path[i] - L'0');
   }
