@@ -3,6 +3,7 @@
 #include <nb30.h>
 
 #include "common/win32raii.h"
+#include "kyguidlib/cwmifetcher.h"
 #include "kyguidlib/hardware.h"
 
 namespace KyGuid {
@@ -114,7 +115,9 @@ class Win32HardwareImpl final : public IHardware {
     return true;
   }
 
-  bool FindWmiAdapter(const std::string&) override { return false; }
+  bool FindWmiAdapter(const std::string& pnpId) override {
+    return CWMIFetcher::FindAdapter(pnpId.c_str()) != 0;
+  }
 
   uint8_t Netbios(void* ncb) override {
     using NetbiosFn = UCHAR(WINAPI*)(PNCB);

@@ -279,8 +279,10 @@ std::unique_ptr<KyGuid::IDevice> SimulatedMachine::OpenDevice(const std::wstring
   return fail(kErrorFileNotFound);
 }
 
-std::unique_ptr<KyGuid::IAdapterQuery> SimulatedMachine::LoadAdapterQuery(bool) {
+std::unique_ptr<KyGuid::IAdapterQuery> SimulatedMachine::LoadAdapterQuery(
+    bool systemDirectoryOnly) {
   ++adapterModuleLoads;
+  adapterModuleSystemOnly = systemDirectoryOnly;
   if (adapterApiMissing) return nullptr;
   return std::make_unique<SimAdapterQuery>(*this);
 }
@@ -350,7 +352,60 @@ bool SimulatedMachine::FindWmiAdapter(const std::string& pnpId) {
   return false;
 }
 
-uint8_t SimulatedMachine::Netbios(void*) { return NRC_SYSTEM; }
+// --- NetBIOS ------------------------------------------------------------------
+
+SimLana& SimulatedMachine::AddLana(uint8_t number, const std::vector<uint8_t>& address) {
+  m_lanas.emplace_back();
+  m_lanas.back().number = number;
+  m_lanas.back().address = address;
+  return m_lanas.back();
+}
+
+uint8_t SimulatedMachine::Netbios(void* request) {
+  NCB& ncb = *static_cast<NCB*>(request);
+  netbiosCalls.push_back({ncb.ncb_command, ncb.ncb_lana_num});
+  auto answer = [&ncb](uint8_t code) {
+    ncb.ncb_retcode = code;
+    ncb.ncb_cmd_cplt = code;
+    return code;
+  };
+  auto findLana = [this](uint8_t number) -> const SimLana* {
+    for (const SimLana& lana : m_lanas) {
+      if (lana.number == number) return &lana;
+    }
+    return nullptr;
+  };
+
+  switch (ncb.ncb_command) {
+    case NCBENUM: {
+      if (netbiosEnumResult) return answer(netbiosEnumResult);
+      if (!ncb.ncb_buffer || ncb.ncb_length < sizeof(LANA_ENUM)) return answer(NRC_BUFLEN);
+      LANA_ENUM lanas{};
+      for (const SimLana& lana : m_lanas) lanas.lana[lanas.length++] = lana.number;
+      memcpy(ncb.ncb_buffer, &lanas, sizeof(lanas));
+      return answer(NRC_GOODRET);
+    }
+    case NCBRESET:
+      if (!findLana(ncb.ncb_lana_num)) return answer(NRC_BRIDGE);
+      m_resetLanas.insert(ncb.ncb_lana_num);
+      return answer(NRC_GOODRET);
+    case NCBASTAT: {
+      const SimLana* lana = findLana(ncb.ncb_lana_num);
+      if (!lana) return answer(NRC_BRIDGE);
+      if (!m_resetLanas.count(lana->number)) return answer(NRC_ENVNOTDEF);
+      if (ncb.ncb_callname[0] != '*') return answer(NRC_NOWILD);
+      if (lana->statusResult) return answer(lana->statusResult);
+      if (!ncb.ncb_buffer || ncb.ncb_length < sizeof(ADAPTER_STATUS)) return answer(NRC_BUFLEN);
+      ADAPTER_STATUS status{};
+      memcpy(status.adapter_address, lana->address.data(),
+             std::min<size_t>(lana->address.size(), sizeof(status.adapter_address)));
+      memcpy(ncb.ncb_buffer, &status, sizeof(status));
+      return answer(NRC_GOODRET);
+    }
+    default:
+      return answer(NRC_ILLCMD);
+  }
+}
 
 // --- IDENTIFY through SMART and SCSI miniports --------------------------------
 

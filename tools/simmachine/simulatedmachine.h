@@ -78,6 +78,18 @@ struct SimAdapter {
   int64_t mediaSubType = -1;  // "MediaSubType"; -1: no registry value
 };
 
+// A NetBIOS LAN adapter number and the adapter status it answers with.
+struct SimLana {
+  uint8_t number = 0;
+  std::vector<uint8_t> address;  // adapter_address of ADAPTER_STATUS
+  uint8_t statusResult = 0;      // non-zero: NCBASTAT fails with this NRC code
+};
+
+struct NetbiosCall {
+  uint8_t command;
+  uint8_t lana;
+};
+
 struct OpenCall {
   std::wstring path;
   uint32_t access;
@@ -117,6 +129,7 @@ class SimulatedMachine final : public KyGuid::IHardware {
   std::vector<uint32_t> controlCodes;
   std::vector<uint32_t> adapterQuerySizes;  // the size passed to each call
   int adapterModuleLoads = 0;
+  bool adapterModuleSystemOnly = false;  // the argument of the last load
   std::vector<std::string> wmiQueries;
   std::vector<AtaRequest> ataRequests;  // SMART_RCV_DRIVE_DATA and miniport IDENTIFY
 
@@ -132,6 +145,12 @@ class SimulatedMachine final : public KyGuid::IHardware {
   bool FindWmiAdapter(const std::string& pnpId) override;
   uint8_t Netbios(void* ncb) override;
 
+  // --- NetBIOS: NCBENUM lists the LANAs in the order added, NCBRESET must
+  // come before NCBASTAT on a LANA, as with the real transport. -------------
+  SimLana& AddLana(uint8_t number, const std::vector<uint8_t>& address);
+  uint8_t netbiosEnumResult = 0;  // non-zero: NCBENUM fails with this NRC code
+  std::vector<NetbiosCall> netbiosCalls;
+
   // Fills an IP_ADAPTER_INFO chain for the configured adapters.
   uint32_t FillAdaptersInfo(void* buffer, uint32_t* size);
 
@@ -146,6 +165,8 @@ class SimulatedMachine final : public KyGuid::IHardware {
   std::deque<SimAdapter> m_adapters;
   std::deque<SimScsiController> m_scsiControllers;
   int m_adapterQueries = 0;
+  std::deque<SimLana> m_lanas;
+  std::set<uint8_t> m_resetLanas;
 };
 
 }  // namespace KyGuidSim

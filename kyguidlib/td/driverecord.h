@@ -1,0 +1,14 @@
+// One physical drive's identity as the earlier identifier scheme reads it.
+#pragma once
+
+#include <string>
+
+namespace KyMacID {
+
+struct DriveRecord {
+  std::string SerialNumber;
+  std::string ModelNumber;
+  std::string RevisionNumber;
+};
+
+}  // namespace KyMacID

@@ -1,0 +1,118 @@
+#include "kyguidlib/td/guidlist.h"
+
+#include <windows.h>
+#include <shlwapi.h>
+
+#include "kyguidlib/td/historyfile.h"
+#include "kyguidlib/td/kystackshell.h"
+
+namespace KyMacID {
+namespace {
+
+constexpr unsigned kValueBufferSize = 33;  // a 32-digit digest and its NUL
+constexpr char kCurGuid[] = "CurGuid";
+constexpr char kListCount[] = "ListCount";
+
+void WriteRecord(const std::string& file, const char* section, const GuidListRecord& record,
+                 const std::string& time) {
+  HistoryFile::WriteString(file, section, "Guid", record.Guid);
+  HistoryFile::WriteString(file, section, "Mac", record.Mac);
+  HistoryFile::WriteString(file, section, "Hd", record.Hd);
+  HistoryFile::WriteString(file, section, "Cpu", record.Cpu);
+  HistoryFile::WriteString(file, section, "ChangeType", std::to_string(record.ChangeType));
+  HistoryFile::WriteString(file, section, "Time", time);
+}
+
+}  // namespace
+
+int CGuidList::SetPath(const wchar_t* globalMgrPath) {
+  KyStuck::StackScope scope("CGuidList::SetPath");
+  m_sourcePath = HistoryFile::ToUtf8(globalMgrPath);
+  HistoryFile::Location location = HistoryFile::Sibling(globalMgrPath, L"GuidList.db");
+  m_pathW = location.wide;
+  m_path = location.utf8;
+  return 1;
+}
+
+bool CGuidList::IsFileOk() const {
+  KyStuck::StackScope scope("CGuidList::IsFileOk");
+  return !HistoryFile::ReadString(m_path, kCurGuid, "Guid", kValueBufferSize).empty();
+}
+
+void CGuidList::CreateGuidListFile() {
+  KyStuck::StackScope scope("CGuidList::CreateGuidListFile");
+  if (PathFileExistsW(m_pathW.c_str()) && IsFileOk()) return;
+  // A machine that had the legacy id before this file existed starts its
+  // history with the record GlobalMgr.db holds.
+  auto config = [this](const char* key) {
+    return HistoryFile::ReadString(m_sourcePath, "Profile", key, kValueBufferSize);
+  };
+  const std::string guid = config("config1");
+  const std::string mac = config("config2");
+  const std::string hd = config("config3");
+  const std::string cpu = config("config4");
+  SetCurGuid(guid, mac, hd, cpu, 0);
+  SaveToGuidListFile();
+}
+
+void CGuidList::ResetGuidList() {
+  KyStuck::StackScope scope("CGuidList::ResetGuidList");
+  m_old = GuidListRecord();
+  m_cur = GuidListRecord();
+}
+
+void CGuidList::SetOldGuid(const std::string& guid, const std::string& mac, const std::string& hd,
+                           const std::string& cpu) {
+  KyStuck::StackScope scope("CGuidList::SetOldGuid");
+  m_old.Guid = guid;
+  m_old.Mac = mac;
+  m_old.Hd = hd;
+  m_old.Cpu = cpu;
+  m_old.ChangeType = HistoryFile::ReadInt(m_path, kCurGuid, "ChangeType", 0);
+  m_old.Time = HistoryFile::ReadString(m_path, kCurGuid, "Time", kValueBufferSize);
+  if (m_old.Time.empty()) m_old.Time = HistoryFile::NowText();
+}
+
+void CGuidList::SetCurGuid(const std::string& guid, const std::string& mac, const std::string& hd,
+                           const std::string& cpu, int changeType) {
+  KyStuck::StackScope scope("CGuidList::SetCurGuid");
+  m_cur.Guid = guid;
+  m_cur.Mac = mac;
+  m_cur.Hd = hd;
+  m_cur.Cpu = cpu;
+  m_cur.ChangeType = changeType;
+}
+
+void CGuidList::SaveToGuidListFile() {
+  KyStuck::StackScope scope("CGuidList::SaveToGuidListFile");
+  // A machine without a readable drive still has a record; one without an
+  // adapter or processor identity has nothing worth keeping.
+  if (m_cur.Guid.empty() || m_cur.Mac.empty() || m_cur.Cpu.empty()) return;
+  WriteRecord(m_path, kCurGuid, m_cur, HistoryFile::NowText());
+  if (!m_old.Guid.empty()) {
+    const int count = HistoryFile::ReadInt(m_path, kListCount, "Count", 0);
+    HistoryFile::WriteString(m_path, kListCount, "Count", std::to_string(count + 1));
+    const std::string section = "GuidList_" + std::to_string(count);
+    WriteRecord(m_path, section.c_str(), m_old, m_old.Time);
+  }
+  SetGuidChangeFlage();
+}
+
+void CGuidList::SetGuidChangeFlage() {
+  KyStuck::StackScope scope("CGuidList::SetGuidChangeFlage");
+  HistoryFile::WriteString(m_path, kListCount, "ChangeFlag", "1");
+}
+
+GuidListRecord CGuidList::ReadFileCurGuid() const {
+  KyStuck::StackScope scope("CGuidList::ReadFileCurGuid");
+  GuidListRecord record;
+  record.Guid = HistoryFile::ReadString(m_path, kCurGuid, "Guid", kValueBufferSize);
+  record.Mac = HistoryFile::ReadString(m_path, kCurGuid, "Mac", kValueBufferSize);
+  record.Hd = HistoryFile::ReadString(m_path, kCurGuid, "Hd", kValueBufferSize);
+  record.Cpu = HistoryFile::ReadString(m_path, kCurGuid, "Cpu", kValueBufferSize);
+  record.ChangeType = HistoryFile::ReadInt(m_path, kCurGuid, "ChangeType", 0);
+  record.Time = HistoryFile::ReadString(m_path, kCurGuid, "Time", kValueBufferSize);
+  return record;
+}
+
+}  // namespace KyMacID

@@ -1,0 +1,62 @@
+#include "kyguidlib/td/kystackshell.h"
+
+#include <windows.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cwchar>
+#include <new>
+
+#include "common/lazysingleton.h"
+#include "common/win32raii.h"
+
+namespace KyStuck {
+namespace {
+
+constexpr wchar_t kModuleName[] = L"KyStuck64.dll";
+
+// The monitor is looked for beside the host executable only: it belongs to
+// the installed suite, never to whatever folder happens to be current.
+KyGuidUtils::UniqueModule LoadBesideExecutable() {
+  wchar_t path[MAX_PATH] = {};
+  DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) return KyGuidUtils::UniqueModule();
+  wchar_t* slash = wcsrchr(path, L'\\');
+  if (!slash) return KyGuidUtils::UniqueModule();
+  slash[1] = L'\0';
+  if (wcscat_s(path, kModuleName) != 0) return KyGuidUtils::UniqueModule();
+  return KyGuidUtils::UniqueModule(LoadLibraryW(path));
+}
+
+}  // namespace
+
+CKyStackShell::CKyStackShell() {
+  KyGuidUtils::UniqueModule module = LoadBesideExecutable();
+  auto enter = KyGuidUtils::GetProcAs<MarkerFn>(module.get(), "KyStuckEnter");
+  auto leave = KyGuidUtils::GetProcAs<MarkerFn>(module.get(), "KyStuckLeave");
+  if (!enter || !leave) return;  // a module without both is of no use
+  m_enter = enter;
+  m_leave = leave;
+  // Never freed: another thread may be inside a marker while the process
+  // shuts down.
+  module.release();
+}
+
+CKyStackShell* CKyStackShell::GetInstance() {
+  static std::atomic<uintptr_t> published{0};
+  alignas(CKyStackShell) static unsigned char storage[sizeof(CKyStackShell)];
+  KyGuidUtils::PreserveLastError keepCallersError;
+  return KyGuidUtils::GetOrBuild<CKyStackShell>(published, []() noexcept -> CKyStackShell* {
+    return new (storage) CKyStackShell();
+  });
+}
+
+void CKyStackShell::Enter(const char* name) {
+  if (m_enter) m_enter(name);
+}
+
+void CKyStackShell::Leave(const char* name) {
+  if (m_leave) m_leave(name);
+}
+
+}  // namespace KyStuck
