@@ -1,6 +1,6 @@
 // For tests that go through the shipped KyGuid64.dll beside the test
 // executable. The DLL uses the machine's real profile folder, so these tests
-// hold the ctest resource lock "machine_profile" and start from an empty one.
+// hold the ctest resource lock "machine_state" and start from an empty one.
 #pragma once
 
 #include <windows.h>
