@@ -174,3 +174,24 @@ TEST_F(DllTest, AnotherProcessCannotUpdateDuringTheBackgroundHoldUntilItIsStoppe
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(DllTest, AncientGuidWhoseMacValueMatchesAPresentAdapterIsAdopted) {
+  KyGuid::CAdapterFetcher adapters;
+  ASSERT_GT(adapters.Fetch(), 0) << "this test needs a network adapter";
+  const std::string macValue = KyGuidUtils::Md5Hex(adapters.Adapters().back().MacAddress);
+  const std::string ancient = "0badc0de0badc0de0badc0de0badc0de";
+  KyGuidTest::MakeDirs(KyGuidTest::MachineProfileDir());
+  const std::string globalMgr = KyGuidTest::MachineProfileDir() + "\\GlobalMgr.db";
+  KyGuidTest::IniWrite(globalMgr, "Profile", "config1", ancient.c_str());
+  KyGuidTest::IniWrite(globalMgr, "Profile", "config2", macValue.c_str());
+
+  ASSERT_EQ(1u, Updater()->UpdateNow());
+  EXPECT_EQ(ancient, IniRead(GuidDbPath(), "ActiveGuid", "Guid"));
+  EXPECT_EQ(KyGuid::AdapterKey(adapters.Adapters().back()),
+            IniRead(GuidDbPath(), "ActiveGuid", "AdapterKey"));
+  EXPECT_EQ(1, CountLog("first init by ancient guid: " + ancient));
+}
+
+}  // namespace

@@ -291,19 +291,23 @@ uint32_t SimulatedMachine::FillAdaptersInfo(void* buffer, uint32_t* size) {
   adapterQuerySizes.push_back(*size);
   const uint32_t growth = adapterSizeGrowth * static_cast<uint32_t>(m_adapterQueries++);
   if (adapterQueryError) return adapterQueryError;
-  if (m_adapters.empty()) return kErrorNoData;
+  std::vector<const SimAdapter*> listed;
+  for (const SimAdapter& adapter : m_adapters) {
+    if (adapter.present) listed.push_back(&adapter);
+  }
+  if (listed.empty()) return kErrorNoData;
   const uint32_t needed =
-      static_cast<uint32_t>(m_adapters.size() * sizeof(IP_ADAPTER_INFO)) + growth;
+      static_cast<uint32_t>(listed.size() * sizeof(IP_ADAPTER_INFO)) + growth;
   if (!buffer || *size < needed) {
     *size = needed;
     return kErrorBufferOverflow;
   }
   memset(buffer, 0, needed);
   auto* entries = static_cast<IP_ADAPTER_INFO*>(buffer);
-  for (size_t i = 0; i < m_adapters.size(); ++i) {
-    const SimAdapter& adapter = m_adapters[i];
+  for (size_t i = 0; i < listed.size(); ++i) {
+    const SimAdapter& adapter = *listed[i];
     IP_ADAPTER_INFO& entry = entries[i];
-    entry.Next = i + 1 < m_adapters.size() ? &entries[i + 1] : nullptr;
+    entry.Next = i + 1 < listed.size() ? &entries[i + 1] : nullptr;
     entry.ComboIndex = adapter.index;
     strncpy(entry.AdapterName, adapter.name.c_str(), sizeof(entry.AdapterName) - 1);
     strncpy(entry.Description, adapter.description.c_str(), sizeof(entry.Description) - 1);

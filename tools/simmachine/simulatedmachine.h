@@ -76,6 +76,9 @@ struct SimAdapter {
   uint32_t type = 6;        // interface type: 6 Ethernet, 71 802.11, ...
   std::string pnpId;        // "PnpInstanceID"; empty: no registry value
   int64_t mediaSubType = -1;  // "MediaSubType"; -1: no registry value
+  // False for an adapter that was removed: the registry still has its key,
+  // the IP helper no longer lists it.
+  bool present = true;
 };
 
 // A NetBIOS LAN adapter number and the adapter status it answers with.
