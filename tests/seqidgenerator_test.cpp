@@ -1,9 +1,11 @@
 // The earlier scheme's sequence id: when the cache in GlobalMgr.db is kept
-// and when it is recomputed, exactly what is written (and what is not), and
-// the Global.db fallback of a machine without a MAC.
+// and when it is recomputed, exactly what is written (and what is not), the
+// Global.db fallback of a machine without a MAC, and the builder writing the
+// current GUID back into the legacy caches.
 #include <optional>
 
 #include "common/md5.h"
+#include "kyguidlib/cguidbuilder.h"
 #include "kyguidlib/td/seqidgenerator.h"
 #include "tests/testsupport.h"
 
@@ -446,6 +448,67 @@ TEST_F(SeqIdTest, ProcessorBrandIsTheOneWindowsNamesKeptWithItsBlanks) {
             RegGetValueA(HKEY_LOCAL_MACHINE, "HARDWARE\\DESCRIPTION\\System\\CentralProcessor\\0",
                          "ProcessorNameString", RRF_RT_REG_SZ, nullptr, name, &size));
   EXPECT_EQ(Trimmed(name), Trimmed(brand));
+}
+
+// The builder's side: after a saving update the legacy caches carry the
+// current GUID, so older components read the same machine id.
+class LegacyWriteBackTest : public SeqIdTest {
+ protected:
+  void SetUp() override {
+    SeqIdTest::SetUp();
+    KyGuidSim::SimDrive& drive = m_machine.AddDrive(0);
+    drive.descriptor = SimulatedMachine::Descriptor("", "MODEL A", "REV1", "SN-A", 11, false);
+    drive.identify = SimulatedMachine::Identify("MODEL A", "SN-A", "REV1");
+    m_machine.AddAdapter("{NIC-A}", "Ethernet", std::vector<uint8_t>(kMacA, kMacA + 6)).pnpId =
+        "PCI\\VEN_8086";
+  }
+  int Update() {
+    m_builder.Reset();
+    m_builder.SetSave(true);
+    const int result = m_builder.UpdateNewGuid();
+    m_builder.GetSequenceID();
+    return result;
+  }
+  KyGuid::CGuidBuilder m_builder;
+};
+
+TEST_F(LegacyWriteBackTest, SavingUpdateWritesTheCurrentGuidIntoBothCaches) {
+  IniWrite(LocalCache(), "Profile", "config1", "stale");
+  ASSERT_EQ(KyGuid::kResultFirstBuilt, Update());
+  const std::string guid = m_builder.NewInfo().Guid;
+  const std::string sequenceId = Md5Hex(kMacAText + kDriveAText);
+  EXPECT_EQ(sequenceId, m_builder.AncientGuid());
+  ASSERT_NE(sequenceId, guid);
+
+  EXPECT_EQ(guid, IniRead(Cache(), "Profile", "config1"));
+  EXPECT_EQ(Md5Hex(kMacAText), IniRead(Cache(), "Profile", "config2"));
+  EXPECT_EQ(Md5Hex(kDriveAText), IniRead(Cache(), "Profile", "config3"));
+  EXPECT_EQ("1", IniRead(Cache(), "Profile", "config5"));
+  EXPECT_EQ(ReadWholeFile(Cache()), ReadWholeFile(LocalCache()));
+
+  // The next run finds the current GUID as its cached legacy id; a per-user
+  // cache that already carries it is left alone.
+  IniWrite(LocalCache(), "Profile", "marker", "mine");
+  const std::string userBefore = ReadWholeFile(LocalCache());
+  ASSERT_EQ(KyGuid::kResultKept, Update());
+  EXPECT_EQ(guid, m_builder.AncientGuid());
+  EXPECT_EQ(userBefore, ReadWholeFile(LocalCache()));
+
+  // And a machine that lost Guid.db adopts it back as the ancient GUID.
+  ASSERT_TRUE(DeleteFileA(GuidDbPath().c_str()));
+  ASSERT_EQ(KyGuid::kResultAncientAdopted, Update());
+  EXPECT_EQ(guid, m_builder.NewInfo().Guid);
+  EXPECT_EQ(guid, IniRead(GuidDbPath(), "ActiveGuid", "Guid"));
+}
+
+TEST_F(LegacyWriteBackTest, WithoutASelectedGuidTheCacheKeepsTheSequenceId) {
+  IniWrite(LocalCache(), "Profile", "config1", "stale");
+  const std::string userBefore = ReadWholeFile(LocalCache());
+  m_builder.Reset();
+  m_builder.GetSequenceID();
+  EXPECT_EQ(Md5Hex(kMacAText + kDriveAText), m_builder.AncientGuid());
+  EXPECT_EQ(m_builder.AncientGuid(), IniRead(Cache(), "Profile", "config1"));
+  EXPECT_EQ(userBefore, ReadWholeFile(LocalCache()));
 }
 
 }  // namespace
