@@ -12,12 +12,14 @@
 #include "kyguidlib/cdiskfetcher.h"
 #include "kyguidlib/cguidprofile.h"
 #include "kyguidlib/guidpaths.h"
+#include "kyguidlib/td/seqidgenerator.h"
 
 namespace KyGuid {
 namespace {
 
 constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\cguidbuilder";
 constexpr DWORD kAncientValueBuffer = 128;
+constexpr DWORD kUserConfigBuffer = 64;  // 63 characters and the NUL
 
 int32_t Now() { return static_cast<int32_t>(time(nullptr)); }
 
@@ -272,7 +274,33 @@ int CGuidBuilder::UpdateGuidByAncient() {
   return kResultAncientAdopted;
 }
 
-void CGuidBuilder::GetSequenceID() {}
+void CGuidBuilder::GetSequenceID() {
+  // Logged under the generator's name: support reads it as part of the
+  // earlier scheme's run.
+  constexpr wchar_t kFunction[] = L"KyMacID::CSeqIDGenerator::GetSequenceID";
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kFunction), "enter");
+  KyMacID::SeqId id = {};
+  {
+    KyMacID::CSeqIDGenerator generator;
+    generator.GetSequenceIDImp(id);
+  }
+  m_ancientGuid = KyMacID::SeqIdToText(id);
+  if (m_newInfo.Guid.empty()) return;
+
+  // Older components read the machine id from the legacy cache: make it
+  // carry the current GUID rather than the sequence id just computed.
+  const std::string& current = m_newInfo.Guid;
+  const std::string commonPath = GetGlobalMgrFilePath();
+  if (m_ancientGuid != current && !commonPath.empty()) {
+    WritePrivateProfileStringA("Profile", "config1", current.c_str(), commonPath.c_str());
+  }
+  const std::string userDir = GetUserProfileDirA();
+  if (userDir.empty() || commonPath.empty()) return;
+  const std::string userPath = userDir + "\\GlobalMgr.db";
+  char userGuid[kUserConfigBuffer] = {};
+  GetPrivateProfileStringA("Profile", "config1", "", userGuid, kUserConfigBuffer, userPath.c_str());
+  if (current != userGuid) CopyFileA(commonPath.c_str(), userPath.c_str(), FALSE);
+}
 
 bool CGuidBuilder::DeepMatchLegacyDisk(GuidRecord& record) {
   std::vector<DiskInfo> adminRights;

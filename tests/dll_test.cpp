@@ -6,6 +6,9 @@
 #include "common/md5.h"
 #include "kyguidlib/cadapterfetcher.h"
 #include "kyguidlib/cdiskfetcher.h"
+#include "kyguidlib/td/hddfetcher.h"
+#include "kyguidlib/td/macfetcher.h"
+#include "kyguidlib/td/seqidgenerator.h"
 
 #include "tests/dlltestsupport.h"
 #include "tests/testsupport.h"
@@ -171,6 +174,51 @@ TEST_F(DllTest, AnotherProcessCannotUpdateDuringTheBackgroundHoldUntilItIsStoppe
   EXPECT_NE(std::string::npos, free.output.find("result: 1 (updated)")) << free.output;
   EXPECT_FALSE(Updater()->StartUpdate());  // at most one per 12 hours in a process
   EXPECT_EQ(1, CountLog("CheckUpdateFreq denied"));
+}
+
+// The earlier scheme's cache, as older components of the suite read it.
+TEST_F(DllTest, UpdateLeavesTheLegacyCacheCarryingTheCurrentGuid) {
+  KyGuidTest::MakeDirs(KyGuidTest::UserProfileDir());
+  ASSERT_EQ(1u, Updater()->UpdateNow());
+  const std::string guid = IniRead(GuidDbPath(), "ActiveGuid", "Guid");
+  ASSERT_EQ(32u, guid.size());
+
+  // What the earlier scheme reads on this machine, from the same fetchers.
+  KyMacID::MACAddress mac;
+  std::vector<KyMacID::MACAddress> macs;
+  ASSERT_TRUE(KyMacID::CMacFetcher().GetMAC(mac, macs));
+  std::string serial, model, revision;
+  std::vector<KyMacID::DriveRecord> drives;
+  ASSERT_TRUE(KyMacID::CHddFetcher().GetPhysicsDriveIdentify(serial, model, revision, drives));
+  std::string brand;
+  ASSERT_TRUE(KyMacID::GetCPUBrand(brand));
+
+  const std::string path = KyGuidTest::MachineProfileDir() + "\\GlobalMgr.db";
+  const std::string text = KyGuidTest::ReadWholeFile(path);
+  EXPECT_EQ(0u, text.find("[Profile]\r\n")) << text;
+  for (size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 1)) {
+    EXPECT_EQ('\r', text[at - 1]) << "bare line feed at " << at << " of:\n" << text;
+  }
+  EXPECT_EQ("\r\n", text.substr(text.size() - 2));
+  EXPECT_EQ(guid, IniRead(path, "Profile", "config1"));
+  EXPECT_EQ(KyGuidUtils::Md5Hex(mac.ToString()), IniRead(path, "Profile", "config2"));
+  EXPECT_EQ(KyGuidUtils::Md5Hex(serial + model + revision), IniRead(path, "Profile", "config3"));
+  EXPECT_EQ(KyGuidUtils::Md5Hex(brand), IniRead(path, "Profile", "config4"));
+  EXPECT_EQ("1", IniRead(path, "Profile", "config5"));
+  EXPECT_EQ(text, KyGuidTest::ReadWholeFile(KyGuidTest::UserProfileDir() + "\\GlobalMgr.db"));
+}
+
+TEST_F(DllTest, MachineThatLostGuidDbGetsTheSameGuidBackAsTheAncientOne) {
+  ASSERT_EQ(1u, Updater()->UpdateNow());
+  const std::string guid = IniRead(GuidDbPath(), "ActiveGuid", "Guid");
+  ASSERT_EQ(32u, guid.size());
+  ASSERT_TRUE(DeleteFileA(GuidDbPath().c_str()));
+
+  KyGuidTest::ProcessResult update = RunProcess("kyguid.exe update");
+  EXPECT_NE(std::string::npos, update.output.find("result: 1 (updated)")) << update.output;
+  EXPECT_EQ(guid, IniRead(GuidDbPath(), "ActiveGuid", "Guid"));
+  EXPECT_EQ(1, CountLog("first init by ancient guid: " + guid));
+  EXPECT_EQ(guid, IniRead(GuidDbPath(), "Build-1", "OldGuid"));
 }
 
 }  // namespace

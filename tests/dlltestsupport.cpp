@@ -14,14 +14,16 @@ std::string ExecutableDir() {
   return dir.substr(0, dir.find_last_of('\\'));
 }
 
-std::string MachineProfileDir() {
+namespace {
+
+std::string ShellFolder(int csidl) {
   char base[MAX_PATH] = {};
-  SHGetFolderPathA(nullptr, CSIDL_COMMON_APPDATA, nullptr, 0, base);
-  return std::string(base) + "\\Corvane\\Greibraske";
+  SHGetFolderPathA(nullptr, csidl, nullptr, 0, base);
+  return base;
 }
 
-void WipeMachineProfile() {
-  const std::string dir = MachineProfileDir();
+// The files directly in `dir`; subfolders and the folder itself stay.
+void WipeFiles(const std::string& dir) {
   WIN32_FIND_DATAA data;
   HANDLE find = FindFirstFileA((dir + "\\*").c_str(), &data);
   if (find == INVALID_HANDLE_VALUE) return;
@@ -33,6 +35,19 @@ void WipeMachineProfile() {
     }
   } while (FindNextFileA(find, &data));
   FindClose(find);
+}
+
+}  // namespace
+
+std::string MachineProfileDir() { return ShellFolder(CSIDL_COMMON_APPDATA) + "\\Corvane\\Greibraske"; }
+std::string UserProfileDir() { return ShellFolder(CSIDL_APPDATA) + "\\Corvane\\Greibraske"; }
+std::string CommonIdDir() { return ShellFolder(CSIDL_COMMON_APPDATA) + "\\Corvane\\Desktop"; }
+
+void WipeMachineProfile() {
+  // Every place the library writes, the legacy id and caches included.
+  WipeFiles(MachineProfileDir());
+  WipeFiles(UserProfileDir());
+  WipeFiles(CommonIdDir());
 }
 
 ProcessResult RunProcess(const std::string& commandLine, DWORD timeoutMs) {

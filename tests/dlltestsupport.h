@@ -16,6 +16,11 @@ namespace KyGuidTest {
 std::string ExecutableDir();
 // C:\ProgramData\Corvane\Greibraske of the Wine prefix.
 std::string MachineProfileDir();
+// The per-user counterpart, C:\users\<user>\AppData\Roaming\Corvane\Greibraske.
+std::string UserProfileDir();
+// C:\ProgramData\Corvane\Desktop, where the legacy Global.db lives.
+std::string CommonIdDir();
+// Empties the three folders above.
 void WipeMachineProfile();
 
 struct ProcessResult {

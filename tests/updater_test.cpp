@@ -51,6 +51,9 @@ class UpdaterTest : public KyGuidTest::IsolatedTest {
     return false;
   }
   std::string StoredGuid() { return KyGuidTest::IniRead(GuidDbPath(), "ActiveGuid", "Guid"); }
+  std::string LegacyGuid() {
+    return KyGuidTest::IniRead(ProfileDir() + "\\GlobalMgr.db", "Profile", "config1");
+  }
 };
 
 TEST_F(UpdaterTest, GateAllowsOneUpdatePerTwelveHoursUnlessGuidDbIsGone) {
@@ -94,6 +97,7 @@ TEST_F(UpdaterTest, SynchronousUpdateWritesTheGuidAndReleasesTheRight) {
   EXPECT_EQ(1, updater.SafeUpdateNow());
   EXPECT_EQ(32u, StoredGuid().size());
   EXPECT_EQ(1, CountLog("first create guid: " + StoredGuid()));
+  EXPECT_EQ(StoredGuid(), LegacyGuid());
   EXPECT_EQ(1, updater.SafeUpdateNow());
   EXPECT_EQ(1, CountLog("guid no change: " + StoredGuid()));
   TestUpdater other;
@@ -131,6 +135,7 @@ TEST_F(UpdaterTest, BackgroundUpdateHoldsTheRightUntilStopped) {
   ASSERT_TRUE(updater.StartUpdate());
   ASSERT_TRUE(WaitForLog("wait for 60 seconds to reduce update freq!"));
   EXPECT_EQ(32u, StoredGuid().size());
+  EXPECT_EQ(StoredGuid(), LegacyGuid());
 
   TestUpdater other;
   EXPECT_EQ(0, other.LockUpdateRight());
@@ -164,6 +169,9 @@ TEST_F(UpdaterTest, BuildGuidNowCopiesTheGuidAndWritesNothing) {
   ASSERT_TRUE(updater.BuildGuidNow(guid, sizeof(guid)));
   EXPECT_EQ(32u, strlen(guid));
   EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(GuidDbPath().c_str()));
+  // Nor does it refresh the legacy files.
+  EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA((ProfileDir() + "\\GlobalMgr.db").c_str()));
+  EXPECT_EQ(0, CountLog("KyMacID::CSeqIDGenerator::GetSequenceID"));
   char shortBuffer[32];
   EXPECT_FALSE(updater.BuildGuidNow(shortBuffer, sizeof(shortBuffer)));
   EXPECT_FALSE(updater.BuildGuidNow(nullptr, 64));

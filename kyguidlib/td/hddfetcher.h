@@ -7,13 +7,9 @@
 #include <string>
 #include <vector>
 
-namespace KyMacID {
+#include "kyguidlib/td/driverecord.h"
 
-struct DriveRecord {
-  std::string SerialNumber;
-  std::string ModelNumber;
-  std::string RevisionNumber;
-};
+namespace KyMacID {
 
 // Every reader below has the same shape: it appends a record for each drive
 // that answered, fills the three strings from the first of them and returns

@@ -1,0 +1,482 @@
+#include "kyguidlib/td/seqidgenerator.h"
+
+#include <windows.h>
+#include <objbase.h>
+#include <shlobj.h>
+#include <shlwapi.h>
+
+#include <cpuid.h>
+
+#include <cstring>
+#include <utility>
+
+#include "common/kylog.h"
+#include "common/md5.h"
+#include "common/win32raii.h"
+#include "kyguidlib/platform.h"
+#include "kyguidlib/td/hddfetcher.h"
+#include "kyguidlib/td/kystackshell.h"
+
+namespace KyMacID {
+namespace {
+
+constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\td\\seqidgenerator";
+constexpr char kEnter[] = "enter";
+
+constexpr wchar_t kGetCPUBrand[] = L"KyMacID::GetCPUBrand";
+constexpr wchar_t kConstructor[] = L"KyMacID::CSeqIDGenerator::CSeqIDGenerator";
+constexpr wchar_t kDestructor[] = L"KyMacID::CSeqIDGenerator::~CSeqIDGenerator";
+constexpr wchar_t kGetSequenceIDImp[] = L"KyMacID::CSeqIDGenerator::GetSequenceIDImp";
+constexpr wchar_t kGetCacheGuid[] = L"KyMacID::CSeqIDGenerator::GetCacheGuid";
+constexpr wchar_t kSaveGuidToFile[] = L"KyMacID::CSeqIDGenerator::SaveGuidToFile";
+constexpr wchar_t kCheckAndCopyGlobalMgr[] = L"KyMacID::CSeqIDGenerator::CheckAndCopyGlobalMgr";
+constexpr wchar_t kGetCacheFilePath[] = L"KyMacID::CSeqIDGenerator::GetCacheFilePath";
+constexpr wchar_t kGetLocalCacheFilePath[] = L"KyMacID::CSeqIDGenerator::GetLocalCacheFilePath";
+constexpr wchar_t kGetGlobalDbPath[] = L"KyMacID::CSeqIDGenerator::GetGlobalDbPath";
+constexpr wchar_t kGetIDFromFile[] = L"KyMacID::CSeqIDGenerator::GetIDFromFile";
+constexpr wchar_t kSetIDToFile[] = L"KyMacID::CSeqIDGenerator::SetIDToFile";
+constexpr wchar_t kGenerateID[] = L"KyMacID::CSeqIDGenerator::GenerateID";
+constexpr wchar_t kCreateGuidInfoFile[] = L"CGuidInfo::CreateGuidInfoFile";
+
+// Other programs of the suite read these exact places: the cache files under
+// "Greibraske", the common id file under "Desktop".
+constexpr wchar_t kCacheSubPath[] = L"Corvane\\Greibraske\\GlobalMgr.db";
+constexpr wchar_t kBackupName[] = L"GlobalMgrBack.db";
+constexpr wchar_t kCommonIdFolder[] = L"\\Corvane\\Desktop";
+constexpr wchar_t kUserIdFolder[] = L"\\Corvane\\Greibraske";
+constexpr wchar_t kIdFileName[] = L"\\Global.db";
+
+constexpr char kSection[] = "Profile";
+constexpr DWORD kConfigBufferSize = kDigestTextSize;
+constexpr size_t kDigestLength = kDigestTextSize - 1;
+
+void LogEntry(const wchar_t* function) {
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(function), kEnter);
+}
+
+// Paths and profile values are narrow in the thread's ANSI code page, as the
+// older components wrote them.
+std::string ToAnsi(const wchar_t* text) {
+  if (!text || !*text) return std::string();
+  const int size = WideCharToMultiByte(CP_THREAD_ACP, 0, text, -1, nullptr, 0, nullptr, nullptr);
+  if (size <= 1) return std::string();
+  std::string result(static_cast<size_t>(size), '\0');
+  WideCharToMultiByte(CP_THREAD_ACP, 0, text, -1, &result[0], size, nullptr, nullptr);
+  result.resize(static_cast<size_t>(size) - 1);
+  return result;
+}
+
+std::string ReadConfig(const std::string& file, const char* key) {
+  char value[kConfigBufferSize] = {};
+  GetPrivateProfileStringA(kSection, key, "", value, kConfigBufferSize, file.c_str());
+  return value;
+}
+
+bool FileExists(const wchar_t* path) { return PathFileExistsW(path) != FALSE; }
+
+void CopyDigest(const std::string& digest, char (&out)[kDigestTextSize]) {
+  memset(out, 0, sizeof(out));
+  memcpy(out, digest.data(), digest.size() < kDigestLength ? digest.size() : kDigestLength);
+}
+
+int HexValue(char digit) {
+  if (digit >= '0' && digit <= '9') return digit - '0';
+  if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+  if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
+  return 0;
+}
+
+// `text` holds at least 32 characters.
+void ParseSeqId(const char* text, SeqId& id) {
+  for (size_t i = 0; i < kSeqIdSize; ++i) {
+    id[i] = static_cast<uint8_t>(HexValue(text[2 * i]) << 4 | HexValue(text[2 * i + 1]));
+  }
+}
+
+// `folder` + `subPath` into the caller's buffer when the shell knows the
+// folder and the whole fits; otherwise the buffer stays as it was.
+bool BuildCachePath(int csidl, const wchar_t* function, wchar_t* path) {
+  std::wstring folder;
+  if (!KyGuid::CurrentPlatform().folders->GetFolder(csidl, folder)) {
+    KyLog::Write(KyLog::kError, KYLOG_SITE(function), "failed to get common appdata dir");
+    return false;
+  }
+  wchar_t combined[kPathSize] = {};
+  if (folder.size() >= kPathSize || !PathCombineW(combined, folder.c_str(), kCacheSubPath)) {
+    return false;
+  }
+  wcscpy_s(path, kPathSize, combined);
+  return true;
+}
+
+KyGuidUtils::UniqueFile OpenForRead(const std::wstring& path) {
+  return KyGuidUtils::UniqueFile(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+KyGuidUtils::UniqueFile CreateForWrite(const std::wstring& path, DWORD disposition) {
+  return KyGuidUtils::UniqueFile(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                             disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+bool FoundByFind(const std::wstring& path) {
+  WIN32_FIND_DATAW data;
+  HANDLE find = FindFirstFileW(path.c_str(), &data);
+  if (find == INVALID_HANDLE_VALUE) return false;
+  FindClose(find);
+  return true;
+}
+
+bool DefaultMac(MACAddress& mac, std::vector<MACAddress>& macList) {
+  return CMacFetcher().GetMAC(mac, macList);
+}
+
+bool DefaultDrive(std::string& serial, std::string& model, std::string& revision,
+                  std::vector<DriveRecord>& drives) {
+  return CHddFetcher().GetPhysicsDriveIdentify(serial, model, revision, drives);
+}
+
+}  // namespace
+
+bool GetCPUBrand(std::string& brand) {
+  LogEntry(kGetCPUBrand);
+  brand.clear();
+  // The largest extended leaf is deliberately not asked first: every
+  // processor this library runs on has the brand leaves.
+  uint32_t registers[12] = {};
+  for (uint32_t leaf = 0; leaf < 3; ++leaf) {
+    uint32_t* out = registers + leaf * 4;
+    __cpuid_count(0x80000002u + leaf, 0, out[0], out[1], out[2], out[3]);
+  }
+  char text[49] = {};
+  memcpy(text, registers, sizeof(registers));
+  if (text[0] != '\0') brand.assign(text);
+  return !brand.empty();
+}
+
+std::string SeqIdToText(const SeqId& id) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  text.reserve(kSeqIdSize * 2);
+  for (uint8_t byte : id) {
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 0x0F];
+  }
+  return text;
+}
+
+CSeqIDGenerator::CSeqIDGenerator() : CSeqIDGenerator(SeqIdSources()) {}
+
+CSeqIDGenerator::CSeqIDGenerator(SeqIdSources sources) : m_sources(std::move(sources)) {
+  LogEntry(kConstructor);
+  if (!m_sources.mac) m_sources.mac = &DefaultMac;
+  if (!m_sources.drive) m_sources.drive = &DefaultDrive;
+  if (!m_sources.cpuBrand) m_sources.cpuBrand = &GetCPUBrand;
+}
+
+CSeqIDGenerator::~CSeqIDGenerator() { LogEntry(kDestructor); }
+
+void CSeqIDGenerator::GetSequenceIDImp(SeqId& id) {
+  LogEntry(kGetSequenceIDImp);
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "Fetch hardware begin");
+  KyGuid::ITickSource& ticks = *KyGuid::CurrentPlatform().ticks;
+  const uint32_t begin = ticks.GetTickCount();
+
+  MACAddress mac;
+  std::vector<MACAddress> macList;
+  const bool bMac = m_sources.mac(mac, macList);
+  std::string serial, model, revision;
+  std::vector<DriveRecord> drives;
+  const bool bHdd = m_sources.drive(serial, model, revision, drives);
+  std::string cpuBrand;
+  const bool bCpu = m_sources.cpuBrand(cpuBrand);
+
+  wchar_t cachePath[kPathSize] = {};
+  GetCacheFilePath(cachePath);
+  m_guidInfo.ResetGuidInfo();
+  m_guidInfo.SetPath(cachePath);
+  m_guidInfo.RecordMacList(macList);
+  m_guidInfo.RecordHDList(drives);
+  m_guidInfo.RecordCpu(cpuBrand);
+  m_guidInfo.ResetHddCpu(bHdd, false);
+  {
+    KyStuck::StackScope scope("CGuidInfo::CreateGuidInfoFile");
+    LogEntry(kCreateGuidInfoFile);
+    if (!FileExists(m_guidInfo.FilePathW().c_str())) m_guidInfo.SaveToFileHWList();
+  }
+  m_guidList.ResetGuidList();
+  m_guidList.SetPath(cachePath);
+  m_guidList.CreateGuidListFile();
+
+  // The word after "Hw" is "elapsed" in code page 936; support tools search
+  // the logs for this exact line.
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp),
+               "Fetch hardware end Hw \xD3\xC3\xCA\xB1:%u", ticks.GetTickCount() - begin);
+
+  char macMd5[kDigestTextSize] = {};
+  char hddMd5[kDigestTextSize] = {};
+  char cpuMd5[kDigestTextSize] = {};
+  if (bMac) CopyDigest(KyGuidUtils::Md5Hex(mac.ToString()), macMd5);
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "bMac=%d, tstrMacIdMd5=%s.",
+               bMac ? 1 : 0, macMd5);
+  if (bHdd) CopyDigest(KyGuidUtils::Md5Hex(serial + model + revision), hddMd5);
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "bHdd=%d, tstrPhyDriverMd5=%s.",
+               bHdd ? 1 : 0, hddMd5);
+  if (bCpu) CopyDigest(KyGuidUtils::Md5Hex(cpuBrand), cpuMd5);
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "bCpu=%d, tstrCpuidMd5=%s.",
+               bCpu ? 1 : 0, cpuMd5);
+
+  wchar_t localPath[kPathSize] = {};
+  GetCacheFilePath(cachePath);
+  GetLocalCacheFilePath(localPath);
+  CheckAndCopyGlobalMgr(cachePath, localPath);
+  const std::string cachePathA = ToAnsi(cachePath);
+  bool bNeedCpu = false;
+  bool bSameAsCache = false;
+  const bool bRet = GetCacheGuid(cachePathA.c_str(), macMd5, hddMd5, cpuMd5, bMac, bHdd, bCpu,
+                                 bNeedCpu, id, bSameAsCache);
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kGetSequenceIDImp),
+               "commondata LoadGuidFromFile bRet=%d, bSameAsCache=%d", bRet ? 1 : 0,
+               bSameAsCache ? 1 : 0);
+  if (bRet && bSameAsCache) {
+    KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "LoadCachedGuid success, return");
+    return;
+  }
+
+  if (bMac) {
+    // The pieces touch: every id already stored was hashed without a
+    // separator between them.
+    std::string info = mac.ToString();
+    if (bHdd) info += serial + model + revision;
+    if (bNeedCpu) info += cpuBrand;
+    ParseSeqId(KyGuidUtils::Md5Hex(info).c_str(), id);
+    KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp),
+                 "Get MAC success, Get GUID from MAC & PhysicsDrive,bHdd=%d,bNeedCpu=%d,strInfo=%s.",
+                 bHdd ? 1 : 0, bNeedCpu ? 1 : 0, info.c_str());
+  } else if (GetIDFromFile(id)) {
+    KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "Get MAC failed, GetIDFromFile...");
+  } else if (GenerateID(id)) {
+    KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp),
+                 "GetIDFromFile failed, GenerateID and SetIDToFile");
+    // A random id that could not be stored still serves this run; the cache
+    // written below keeps it until the hardware changes.
+    SetIDToFile(id);
+  } else {
+    return;
+  }
+
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kGetSequenceIDImp), "Save ID to cache");
+  SaveGuidToFile(macMd5, hddMd5, cpuMd5, id);
+  m_guidInfo.ResetHddCpu(bHdd, bNeedCpu);
+  m_guidInfo.SaveToFileHWList();
+}
+
+bool CSeqIDGenerator::GetCacheGuid(const char* cachePath, const char* macMd5, const char* hddMd5,
+                                   const char* cpuMd5, bool bMac, bool bHdd, bool bCpu,
+                                   bool& bNeedCpu, SeqId& id, bool& bSameAsCache) {
+  LogEntry(kGetCacheGuid);
+  const std::string path = cachePath ? cachePath : "";
+  const std::string fileGuid = ReadConfig(path, "config1");
+  const std::string fileMac = ReadConfig(path, "config2");
+  const std::string fileHd = ReadConfig(path, "config3");
+  const std::string fileCpu = ReadConfig(path, "config4");
+  const int fileVersion = static_cast<int>(GetPrivateProfileIntA(kSection, "config5", 0, path.c_str()));
+  bSameAsCache = true;
+
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kGetCacheGuid),
+               "commondata GetCacheGuid tFileCpuidMd5=%s, tstrCpuidMd5=%s", fileCpu.c_str(),
+               cpuMd5);
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kGetCacheGuid),
+               "commondata GetCacheGuid tFileMacIdMd5=%s, tstrMacIdMd5=%s", fileMac.c_str(),
+               macMd5);
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kGetCacheGuid),
+               "commondata GetCacheGuid tFilePhyDriverMd5=%s, tstrPhyDriverMd5=%s",
+               fileHd.c_str(), hddMd5);
+
+  // A new processor is a new machine. A new adapter alone, or a new drive
+  // alone, is not; both new is, unless both old ones are still present.
+  if (_stricmp(fileCpu.c_str(), cpuMd5) != 0) {
+    bSameAsCache = false;
+  } else if (_stricmp(fileMac.c_str(), macMd5) != 0 && _stricmp(fileHd.c_str(), hddMd5) != 0) {
+    bSameAsCache = false;
+    if (m_guidInfo.IsFoundMac(fileMac) && m_guidInfo.IsFoundHd(fileHd)) {
+      // The wording (one placeholder, given the stored MAC digest) is what the
+      // support tools parse; the drive digest never had a place in it.
+      KyLog::Write(KyLog::kInfo, KYLOG_SITE(kGetCacheGuid),
+                   "commondata IsFoundMac tFileCpuidMd5=%s, IsFoundHd tFilePhyDriverMd5",
+                   fileMac.c_str());
+      bSameAsCache = true;
+    }
+  }
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kGetCacheGuid), "commondata bRet=%d, bSameAsChahe=%d", 1,
+               bSameAsCache ? 1 : 0);
+
+  if (fileGuid.size() != kDigestLength) return false;
+  ParseSeqId(fileGuid.c_str(), id);
+
+  const int present = (bMac ? 1 : 0) + (bHdd ? 1 : 0) + (bCpu ? 1 : 0);
+  const int stored = (fileHd.empty() ? 0 : 1) + (fileCpu.empty() ? 0 : 1) + (fileMac.empty() ? 0 : 1);
+  bool result = true;
+  // More hardware is readable now than the cache was built from.
+  if (stored < present && !fileHd.empty()) result = false;
+  // A cache from before the CPU brand joined the scheme, on a machine missing
+  // one of the three, is rebuilt with the brand in the hash.
+  if (fileVersion == 0 && bCpu && !(!fileHd.empty() && !fileMac.empty()) && present != 3 &&
+      stored <= present) {
+    result = false;
+    bNeedCpu = true;
+  }
+  return result;
+}
+
+void CSeqIDGenerator::SaveGuidToFile(const char* macMd5, const char* hddMd5, const char* cpuMd5,
+                                     const SeqId& id) {
+  LogEntry(kSaveGuidToFile);
+  wchar_t cachePath[kPathSize] = {};
+  GetCacheFilePath(cachePath);
+  const std::string cachePathA = ToAnsi(cachePath);
+  const std::string idText = SeqIdToText(id);
+
+  if (FileExists(cachePath)) {
+    wchar_t backupPath[kPathSize] = {};
+    wcscpy_s(backupPath, kPathSize, cachePath);
+    PathRemoveFileSpecW(backupPath);
+    PathAppendW(backupPath, kBackupName);
+    const std::string backupPathA = ToAnsi(backupPath);
+    if (!FileExists(backupPath)) {
+      CopyFileW(cachePath, backupPath, FALSE);
+      KyLog::Write(KyLog::kInfo, KYLOG_SITE(kSaveGuidToFile),
+                   "commondata globalmgrback copy and file not exists, szFilePathBack=%s",
+                   backupPathA.c_str());
+    } else {
+      // The backup keeps the id before the last change, not the last write.
+      const std::string fileGuid = ReadConfig(cachePathA, "config1");
+      KyLog::Write(KyLog::kInfo, KYLOG_SITE(kSaveGuidToFile),
+                   "commondata check guid newguid=%s, globalguid=%s", idText.c_str(),
+                   fileGuid.c_str());
+      if (idText != fileGuid) {
+        CopyFileW(cachePath, backupPath, FALSE);
+        KyLog::Write(KyLog::kInfo, KYLOG_SITE(kSaveGuidToFile),
+                     "commondata globalmgrback copy, szFilePathBack=%s", backupPathA.c_str());
+      }
+    }
+  }
+
+  m_guidList.ResetGuidList();
+  m_guidList.SetPath(cachePath);
+  const GuidListRecord held = m_guidList.ReadFileCurGuid();
+  if (_stricmp(held.Cpu.c_str(), cpuMd5) != 0 || _stricmp(held.Mac.c_str(), macMd5) != 0 ||
+      _stricmp(held.Hd.c_str(), hddMd5) != 0) {
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(kSaveGuidToFile), "commondata SaveGuidToFile BackOldList");
+    m_guidList.SetOldGuid(held.Guid, held.Mac, held.Hd, held.Cpu);
+  }
+  m_guidList.SetCurGuid(idText, macMd5, hddMd5, cpuMd5, 0);
+  m_guidList.SaveToGuidListFile();
+
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kSaveGuidToFile), "globalmgr path copy, szFilePath=%s",
+               cachePathA.c_str());
+  KyGuidUtils::UniqueFile file = CreateForWrite(cachePath, OPEN_ALWAYS);
+  if (!file) {
+    KyLog::WriteError(KyLog::kError, GetLastError(), KYLOG_SITE(kSaveGuidToFile),
+                      "Create cached file failed");
+    return;
+  }
+  // One write from the start and no end-of-file: an older, longer file keeps
+  // its tail, which the profile readers never reach past config5.
+  const std::string text = std::string("[Profile]\r\n") + "config1=" + idText + "\r\n" +
+                           "config2=" + macMd5 + "\r\n" + "config3=" + hddMd5 + "\r\n" +
+                           "config4=" + cpuMd5 + "\r\n" + "config5=1\r\n";
+  DWORD written = 0;
+  WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kSaveGuidToFile), "strFile=%s.", text.c_str());
+}
+
+void CSeqIDGenerator::CheckAndCopyGlobalMgr(const wchar_t* commonPath, const wchar_t* localPath) {
+  LogEntry(kCheckAndCopyGlobalMgr);
+  if (FileExists(commonPath) || !FileExists(localPath)) return;
+  const std::string commonA = ToAnsi(commonPath);
+  const std::string localA = ToAnsi(localPath);
+  bool complete = true;
+  for (const char* key : {"config1", "config2", "config3", "config4"}) {
+    if (ReadConfig(localA, key).size() != kDigestLength) complete = false;
+  }
+  if (complete) {
+    CopyFileW(localPath, commonPath, TRUE);
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(kCheckAndCopyGlobalMgr),
+                 "CheckAndCopyGlobalMgr copy, szCommonFilePath=%s, szLocalFilePath=%s",
+                 commonA.c_str(), localA.c_str());
+  } else {
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(kCheckAndCopyGlobalMgr),
+                 "CheckAndCopyGlobalMgr not copy, szCommonFilePath=%s, szLocalFilePath=%s",
+                 commonA.c_str(), localA.c_str());
+  }
+}
+
+void CSeqIDGenerator::GetCacheFilePath(wchar_t* path) {
+  LogEntry(kGetCacheFilePath);
+  BuildCachePath(CSIDL_COMMON_APPDATA, kGetCacheFilePath, path);
+}
+
+void CSeqIDGenerator::GetLocalCacheFilePath(wchar_t* path) {
+  LogEntry(kGetLocalCacheFilePath);
+  BuildCachePath(CSIDL_APPDATA, kGetLocalCacheFilePath, path);
+}
+
+std::wstring CSeqIDGenerator::GetGlobalDbPath(bool user) {
+  LogEntry(kGetGlobalDbPath);
+  std::wstring folder;
+  if (!KyGuid::CurrentPlatform().folders->GetFolder(user ? CSIDL_APPDATA : CSIDL_COMMON_APPDATA,
+                                                     folder)) {
+    return std::wstring();
+  }
+  std::wstring path = folder + (user ? kUserIdFolder : kCommonIdFolder) + kIdFileName;
+  if (path.size() >= kPathSize) return std::wstring();
+  return path;
+}
+
+bool CSeqIDGenerator::GetIDFromFile(SeqId& id) {
+  LogEntry(kGetIDFromFile);
+  const std::wstring commonPath = GetGlobalDbPath(false);
+  KyGuidUtils::UniqueFile file = OpenForRead(commonPath);
+  if (!file) {
+    const std::wstring userPath = GetGlobalDbPath(true);
+    // An id kept per user moves to the common place. The open below then
+    // fails and this run reports no id; the next run finds the common file.
+    if (!FoundByFind(commonPath) && FoundByFind(userPath)) {
+      if (CopyFileW(userPath.c_str(), commonPath.c_str(), FALSE)) DeleteFileW(userPath.c_str());
+    }
+    file = OpenForRead(userPath);
+  }
+  if (!file) return false;
+
+  LARGE_INTEGER size{};
+  if (!GetFileSizeEx(file.get(), &size) || size.QuadPart < static_cast<LONGLONG>(kSeqIdSize)) {
+    return false;
+  }
+  SeqId read = {};
+  DWORD count = 0;
+  if (!ReadFile(file.get(), read, kSeqIdSize, &count, nullptr) || count != kSeqIdSize) return false;
+  memcpy(id, read, kSeqIdSize);
+  return true;
+}
+
+bool CSeqIDGenerator::SetIDToFile(const SeqId& id) {
+  LogEntry(kSetIDToFile);
+  KyGuidUtils::UniqueFile file = CreateForWrite(GetGlobalDbPath(false), CREATE_ALWAYS);
+  if (!file) file = CreateForWrite(GetGlobalDbPath(true), CREATE_ALWAYS);
+  if (!file) return false;
+  DWORD written = 0;
+  return WriteFile(file.get(), id, kSeqIdSize, &written, nullptr) && written == kSeqIdSize;
+}
+
+bool CSeqIDGenerator::GenerateID(SeqId& id) {
+  LogEntry(kGenerateID);
+  const HRESULT init = CoInitialize(nullptr);
+  GUID guid{};
+  const HRESULT created = CoCreateGuid(&guid);
+  if (SUCCEEDED(created)) memcpy(id, &guid, kSeqIdSize);
+  if (SUCCEEDED(init)) CoUninitialize();
+  return SUCCEEDED(created);
+}
+
+}  // namespace KyMacID
