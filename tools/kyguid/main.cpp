@@ -1,146 +1,158 @@
-// kyguid: the machine identity as this machine's KyGuid64.dll sees it.
+// kyguid: the machine identity as this machine's KyGuid64.dll sees it, and
+// why it is what it is. Reads the command line and hands over to a command.
 #include <windows.h>
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <string>
 
-#include "common/win32raii.h"
-#include "kyguidlib/kyguidapi.h"
+#include "tools/kyguid/cli.h"
 
+namespace KyGuidCli {
 namespace {
 
-constexpr int kExitOk = 0;
-constexpr int kExitNoGuid = 1;
-constexpr int kExitUsage = 2;
-constexpr int kExitNoLibrary = 3;
-
 const char kUsage[] =
-    "usage: kyguid <command> [--help]\n"
+    "usage: kyguid <command> [--json] [--help]\n"
     "\n"
     "commands:\n"
-    "  read    print the machine GUID that Guid.db holds, as the reader returns it\n"
-    "  update  run a synchronous update and print what it did\n"
-    "  build   print the GUID the present hardware gives, writing nothing\n"
+    "  read       the machine GUID that Guid.db holds, as the reader returns it\n"
+    "  update     run a synchronous update and print what it did\n"
+    "  build      the GUID the present hardware gives, writing nothing\n"
+    "  inventory  every disk and adapter as the fetchers see them\n"
+    "  explain    what an update would decide now, and why (writes nothing)\n"
+    "  history    the GUID in force and the builds kept in Guid.db, newest first\n"
+    "  legacy     the earlier identifier scheme's files, summarised\n"
     "\n"
-    "exit codes: 0 done, 1 no GUID, 2 bad command line, 3 KyGuid64.dll not loadable\n";
-
-// The DLL beside this executable, so the tool always shows its own copy.
-HMODULE LoadLibraryBesideExecutable() {
-  wchar_t path[MAX_PATH] = {};
-  DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
-  if (length == 0 || length >= MAX_PATH) return nullptr;
-  wchar_t* slash = wcsrchr(path, L'\\');
-  if (!slash || (slash - path) + 14 >= MAX_PATH) return nullptr;
-  wcscpy(slash + 1, L"KyGuid64.dll");
-  return LoadLibraryW(path);
-}
-
-struct Library {
-  KyGuid::IGuidReader* reader = nullptr;
-  KyGuid::IGuidUpdater* updater = nullptr;
-};
-
-bool LoadLibraryInterfaces(Library& library) {
-  HMODULE module = LoadLibraryBesideExecutable();
-  auto getReader = KyGuidUtils::GetProcAs<GetGuidReaderFn>(module, "GetGuidReader");
-  auto getUpdater = KyGuidUtils::GetProcAs<GetGuidUpdaterFn>(module, "GetGuidUpdater");
-  library.reader = getReader ? getReader() : nullptr;
-  library.updater = getUpdater ? getUpdater() : nullptr;
-  if (library.reader && library.updater) return true;
-  fprintf(stderr, "kyguid: KyGuid64.dll could not be loaded from the tool's folder.\n");
-  return false;
-}
-
-std::string ReadGuid(KyGuid::IGuidReader* reader) {
-  char guid[33] = {};
-  return reader->GetGuidStringA(guid, sizeof(guid)) ? std::string(guid) : std::string();
-}
-
-int Read() {
-  Library library;
-  if (!LoadLibraryInterfaces(library)) return kExitNoLibrary;
-  std::string guid = ReadGuid(library.reader);
-  if (guid.empty()) {
-    fprintf(stderr, "kyguid: there is no machine GUID yet (no valid Guid.db).\n");
-    return kExitNoGuid;
-  }
-  printf("%s\n", guid.c_str());
-  return kExitOk;
-}
-
-const char* UpdateMeaning(uint32_t result) {
-  switch (result) {
-    case 1: return "updated";
-    case 2: return "another process finished an update meanwhile";
-    case 0: return "another process is still updating";
-    case 0xFFFFFFFFu: return "the update right could not be taken (administrator rights?)";
-    default: return "unknown result";
-  }
-}
-
-int Update() {
-  Library library;
-  if (!LoadLibraryInterfaces(library)) return kExitNoLibrary;
-  const std::string before = ReadGuid(library.reader);
-  const uint32_t result = library.updater->UpdateNow();
-  const std::string after = ReadGuid(library.reader);
-  printf("result: %d (%s)\n", static_cast<int>(result), UpdateMeaning(result));
-  printf("old:    %s\n", before.empty() ? "(none)" : before.c_str());
-  printf("new:    %s\n", after.empty() ? "(none)" : after.c_str());
-  if (result != 1 && result != 2) return kExitNoGuid;
-  return after.empty() ? kExitNoGuid : kExitOk;
-}
-
-int Build() {
-  Library library;
-  if (!LoadLibraryInterfaces(library)) return kExitNoLibrary;
-  char guid[33] = {};
-  if (!library.updater->BuildGuidNow(guid, sizeof(guid))) {
-    fprintf(stderr, "kyguid: no GUID could be built from this machine's hardware.\n");
-    return kExitNoGuid;
-  }
-  printf("%s\n", guid);
-  return kExitOk;
-}
+    "options:\n"
+    "  --json            print JSON for scripts (errors stay sentences on stderr)\n"
+    "  --machine FILE    inventory and explain only: use the simulated machine\n"
+    "                    described in FILE instead of this machine's hardware\n"
+    "\n"
+    "exit codes: 0 done, 1 no GUID or nothing to show, 2 bad command line,\n"
+    "3 KyGuid64.dll not loadable, 4 bad machine file, 5 data folder not writable,\n"
+    "6 unexpected failure\n";
 
 struct Command {
   const char* name;
+  bool takesMachine;
   const char* help;
-  int (*run)();
+  int (*run)(const Options&);
 };
 
 const Command kCommands[] = {
-    {"read", "usage: kyguid read\nprints the machine GUID; exit 1 when there is none", &Read},
-    {"update",
-     "usage: kyguid update\nruns a synchronous update (the 12-hour limit does not apply) and\n"
-     "prints its result with the GUID before and after; exit 1 when no GUID resulted",
-     &Update},
-    {"build",
-     "usage: kyguid build\nprints the GUID the present hardware gives, writing nothing",
-     &Build},
+    {"read", false,
+     "usage: kyguid read [--json]\n"
+     "prints the machine GUID through KyGuid64.dll; exit 1 when there is none",
+     &ReadCommand},
+    {"update", false,
+     "usage: kyguid update [--json]\n"
+     "runs a synchronous update through KyGuid64.dll (the 12-hour limit does not\n"
+     "apply) and prints its result with the GUID before and after; exit 1 when no\n"
+     "GUID resulted, 5 when the data folder is not writable",
+     &UpdateCommand},
+    {"build", false,
+     "usage: kyguid build [--json]\n"
+     "prints the GUID the present hardware gives, through KyGuid64.dll, writing nothing",
+     &BuildCommand},
+    {"inventory", true,
+     "usage: kyguid inventory [--machine FILE] [--json]\n"
+     "lists every disk and adapter as the fetchers see them: all fields, scores,\n"
+     "best marks, key and detail texts; with --machine, those of the simulated\n"
+     "machine described in FILE",
+     &InventoryCommand},
+    {"explain", true,
+     "usage: kyguid explain [--machine FILE] [--json]\n"
+     "runs the update decision with saving off and prints the record in force, the\n"
+     "disk and adapter it is bound to, the matching table's row and whether the GUID\n"
+     "would be kept, adopted or rebuilt. With --machine, the hardware is the\n"
+     "simulated machine described in FILE and the files are still this machine's:\n"
+     "what would an update do if the hardware became that? Exit 1 when no GUID\n"
+     "would result",
+     &ExplainCommand},
+    {"history", false,
+     "usage: kyguid history [--json]\n"
+     "prints the record in force and the builds kept in Guid.db, newest first, each\n"
+     "with the GUID it replaced and the disks and adapters present at the time;\n"
+     "exit 1 when there is no Guid.db or no valid GUID in it",
+     &HistoryCommand},
+    {"legacy", false,
+     "usage: kyguid legacy [--json]\n"
+     "summarises GlobalMgr.db, GlobalMgrBack.db, GuidList.db, GuidInfo.db and HDD.db\n"
+     "of the data folder; exit 1 when none of them exists",
+     &LegacyCommand},
 };
 
-}  // namespace
+enum class Parsed { kRun, kHelp, kError };
 
-int main(int argc, char** argv) {
+Parsed ParseOptions(const Command& command, int argc, char** argv, Options& options) {
+  for (int i = 2; i < argc; ++i) {
+    const std::string argument = argv[i];
+    if (argument == "--help" || argument == "-h") return Parsed::kHelp;
+    if (argument == "--json") {
+      options.json = true;
+    } else if (argument == "--machine" || argument.compare(0, 10, "--machine=") == 0) {
+      if (!command.takesMachine) {
+        PrintError("--machine works only with inventory and explain, not with %s", command.name);
+        return Parsed::kError;
+      }
+      const bool joined = argument.size() > 9;  // --machine=FILE
+      options.machineFile = joined ? argument.substr(10) : i + 1 < argc ? argv[++i] : "";
+      if (options.machineFile.empty()) {
+        PrintError("--machine needs the name of a machine file");
+        return Parsed::kError;
+      }
+    } else {
+      PrintError("unknown option '%s' for %s; try kyguid %s --help", argv[i], command.name,
+                 command.name);
+      return Parsed::kError;
+    }
+  }
+  return Parsed::kRun;
+}
+
+int Run(int argc, char** argv) {
   if (argc < 2 || strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0) {
     fputs(kUsage, argc < 2 ? stderr : stdout);
     return argc < 2 ? kExitUsage : kExitOk;
   }
-  const std::string name = argv[1];
   for (const Command& command : kCommands) {
-    if (name != command.name) continue;
-    if (argc > 2 && strcmp(argv[2], "--help") == 0) {
-      puts(command.help);
-      return kExitOk;
+    if (strcmp(argv[1], command.name) != 0) continue;
+    Options options;
+    switch (ParseOptions(command, argc, argv, options)) {
+      case Parsed::kHelp: puts(command.help); return kExitOk;
+      case Parsed::kError: return kExitUsage;
+      case Parsed::kRun: return command.run(options);
     }
-    if (argc > 2) {
-      fprintf(stderr, "kyguid: unknown option '%s' for %s.\n", argv[2], command.name);
-      return kExitUsage;
-    }
-    return command.run();
   }
-  fprintf(stderr, "kyguid: unknown command '%s'; try kyguid --help.\n", name.c_str());
+  PrintError("unknown command '%s'; try kyguid --help", argv[1]);
   return kExitUsage;
+}
+
+}  // namespace
+
+void PrintError(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  fputs("kyguid: ", stderr);
+  vfprintf(stderr, format, arguments);
+  fputs(".\n", stderr);
+  va_end(arguments);
+}
+
+}  // namespace KyGuidCli
+
+int main(int argc, char** argv) {
+  // A fault must end the tool quietly with its exit code, never open a
+  // crash dialog on a support engineer's screen.
+  SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+  try {
+    return KyGuidCli::Run(argc, argv);
+  } catch (const std::exception& error) {
+    KyGuidCli::PrintError("stopped by an unexpected failure (%s)", error.what());
+  } catch (...) {
+    KyGuidCli::PrintError("stopped by an unexpected failure");
+  }
+  return KyGuidCli::kExitInternal;
 }

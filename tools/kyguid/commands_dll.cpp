@@ -1,0 +1,143 @@
+// read, update and build: what a client of the suite gets from the shipped
+// KyGuid64.dll, so these always go through the DLL beside the tool.
+#include <windows.h>
+#include <shlobj.h>
+
+#include <cstdio>
+#include <string>
+
+#include "common/win32raii.h"
+#include "kyguidlib/guidpaths.h"
+#include "kyguidlib/kyguidapi.h"
+#include "tools/kyguid/cli.h"
+#include "tools/kyguid/jsonwriter.h"
+
+namespace KyGuidCli {
+namespace {
+
+// The DLL beside this executable, so the tool always shows its own copy.
+HMODULE LoadLibraryBesideExecutable() {
+  wchar_t path[MAX_PATH] = {};
+  DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) return nullptr;
+  wchar_t* slash = wcsrchr(path, L'\\');
+  if (!slash || (slash - path) + 14 >= MAX_PATH) return nullptr;
+  wcscpy(slash + 1, L"KyGuid64.dll");
+  return LoadLibraryW(path);
+}
+
+struct Library {
+  KyGuid::IGuidReader* reader = nullptr;
+  KyGuid::IGuidUpdater* updater = nullptr;
+};
+
+bool LoadLibraryInterfaces(Library& library) {
+  HMODULE module = LoadLibraryBesideExecutable();
+  auto getReader = KyGuidUtils::GetProcAs<GetGuidReaderFn>(module, "GetGuidReader");
+  auto getUpdater = KyGuidUtils::GetProcAs<GetGuidUpdaterFn>(module, "GetGuidUpdater");
+  library.reader = getReader ? getReader() : nullptr;
+  library.updater = getUpdater ? getUpdater() : nullptr;
+  if (library.reader && library.updater) return true;
+  PrintError("KyGuid64.dll could not be loaded from the tool's folder");
+  return false;
+}
+
+std::string ReadGuid(KyGuid::IGuidReader* reader) {
+  char guid[33] = {};
+  return reader->GetGuidStringA(guid, sizeof(guid)) ? std::string(guid) : std::string();
+}
+
+const char* UpdateMeaning(uint32_t result) {
+  switch (result) {
+    case 1: return "updated";
+    case 2: return "another process finished an update meanwhile";
+    case 0: return "another process is still updating";
+    case 0xFFFFFFFFu: return "the update right could not be taken (administrator rights?)";
+    default: return "unknown result";
+  }
+}
+
+// An update that cannot write Guid.db would still report a GUID it never
+// kept; say so before starting one.
+bool DataFolderWritable(const std::string& folder) {
+  if (folder.empty()) return false;
+  SHCreateDirectoryExA(nullptr, folder.c_str(), nullptr);
+  KyGuidUtils::UniqueFile probe(
+      CreateFileA((folder + "\\kyguid-write-probe.tmp").c_str(), GENERIC_WRITE, 0, nullptr,
+                  CREATE_ALWAYS, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+  return probe.valid();
+}
+
+void PrintGuid(const Options& options, const std::string& guid) {
+  if (!options.json) {
+    printf("%s\n", guid.c_str());
+    return;
+  }
+  JsonWriter json;
+  json.BeginObject().String("guid", guid).EndObject();
+  printf("%s\n", json.Text().c_str());
+}
+
+void WriteGuidOrNull(JsonWriter& json, const char* key, const std::string& guid) {
+  if (guid.empty()) {
+    json.Null(key);
+  } else {
+    json.String(key, guid);
+  }
+}
+
+}  // namespace
+
+int ReadCommand(const Options& options) {
+  Library library;
+  if (!LoadLibraryInterfaces(library)) return kExitNoLibrary;
+  const std::string guid = ReadGuid(library.reader);
+  if (guid.empty()) {
+    PrintError("there is no machine GUID yet (no valid Guid.db)");
+    return kExitNoGuid;
+  }
+  PrintGuid(options, guid);
+  return kExitOk;
+}
+
+int UpdateCommand(const Options& options) {
+  const std::string folder = KyGuid::GetProfileDirA();
+  if (!DataFolderWritable(folder)) {
+    PrintError("the data folder %s is not writable, so no update can be saved",
+               folder.empty() ? "(unknown)" : folder.c_str());
+    return kExitNotWritable;
+  }
+  Library library;
+  if (!LoadLibraryInterfaces(library)) return kExitNoLibrary;
+  const std::string before = ReadGuid(library.reader);
+  const uint32_t result = library.updater->UpdateNow();
+  const std::string after = ReadGuid(library.reader);
+  if (options.json) {
+    JsonWriter json;
+    json.BeginObject().Int("result", static_cast<int32_t>(result));
+    json.String("meaning", UpdateMeaning(result));
+    WriteGuidOrNull(json, "oldGuid", before);
+    WriteGuidOrNull(json, "newGuid", after);
+    printf("%s\n", json.EndObject().Text().c_str());
+  } else {
+    printf("result: %d (%s)\n", static_cast<int>(result), UpdateMeaning(result));
+    printf("old:    %s\n", before.empty() ? "(none)" : before.c_str());
+    printf("new:    %s\n", after.empty() ? "(none)" : after.c_str());
+  }
+  if (result != 1 && result != 2) return kExitNoGuid;
+  return after.empty() ? kExitNoGuid : kExitOk;
+}
+
+int BuildCommand(const Options& options) {
+  Library library;
+  if (!LoadLibraryInterfaces(library)) return kExitNoLibrary;
+  char guid[33] = {};
+  if (!library.updater->BuildGuidNow(guid, sizeof(guid))) {
+    PrintError("no GUID could be built from this machine's hardware");
+    return kExitNoGuid;
+  }
+  PrintGuid(options, guid);
+  return kExitOk;
+}
+
+}  // namespace KyGuidCli
