@@ -1,11 +1,14 @@
-// The shipped DLL as a client sees it: its exports, the interface rules and
-// a read of the machine's Guid.db, in this process and from the command line.
+// The shipped DLL as a client sees it: its exports, the interface rules, a
+// read of the machine's Guid.db, in this process and from the command line,
+// its updates and its installed-copy lookup.
 #include <algorithm>
 #include <vector>
 
 #include "common/md5.h"
 #include "kyguidlib/cadapterfetcher.h"
 #include "kyguidlib/cdiskfetcher.h"
+#include "kyguidlib/cguiddllreader.h"
+#include "kyguidlib/singletonex.h"
 
 #include "tests/dlltestsupport.h"
 #include "tests/testsupport.h"
@@ -171,6 +174,37 @@ TEST_F(DllTest, AnotherProcessCannotUpdateDuringTheBackgroundHoldUntilItIsStoppe
   EXPECT_NE(std::string::npos, free.output.find("result: 1 (updated)")) << free.output;
   EXPECT_FALSE(Updater()->StartUpdate());  // at most one per 12 hours in a process
   EXPECT_EQ(1, CountLog("CheckUpdateFreq denied"));
+}
+
+}  // namespace
+
+namespace {
+
+using KyGuidTest::IniRead;
+
+// The library's own statically linked installed-copy reader, in a process
+// that has loaded the shipped DLL under its installed name.
+TEST_F(DllTest, InstalledCopyReaderForwardsToTheLoadedLibrary) {
+  KyGuidTest::MakeDirs(KyGuidTest::MachineProfileDir());
+  KyGuidTest::IniWrite(GuidDbPath(), "ActiveGuid", "Guid", kGuid);
+  EXPECT_EQ(m_library, KyGuid::GetLoadedCopy().m_module);
+  EXPECT_EQ(Reader(), KyGuid::GetLoadedCopy().m_reader);
+  EXPECT_EQ(Updater(), KyGuid::GetLoadedCopy().m_updater);
+
+  char installed[33];
+  memset(installed, 'x', sizeof(installed));
+  ASSERT_TRUE(KyGuid::GetInstalledGuid(installed));
+  EXPECT_STREQ(kGuid, installed);
+
+  KyGuid::CGuidDllReader* reader = KyGuidUtils::CSingletonEx<KyGuid::CGuidDllReader>::Instance();
+  EXPECT_TRUE(reader->WaitForGuid(0));
+  uint8_t bytes[16] = {};
+  ASSERT_TRUE(reader->GetGuidBytes(bytes, sizeof(bytes)));
+  EXPECT_EQ(0x00, bytes[0]);
+  EXPECT_EQ(0xFF, bytes[15]);
+  wchar_t wide[34] = {};
+  ASSERT_TRUE(reader->GetGuidStringW(wide, 34));
+  EXPECT_EQ(std::wstring(kGuid, kGuid + 32), wide);
 }
 
 }  // namespace
