@@ -16,9 +16,6 @@
 namespace KyLog {
 namespace {
 
-constexpr wchar_t kInstallDirLocation[] =
-    L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Corvane\\LumarMgr\\InstallDir";
-
 bool ExecutableDirectory(wchar_t (&dir)[MAX_PATH]) {
   DWORD length = GetModuleFileNameW(nullptr, dir, MAX_PATH);
   if (length == 0 || length >= MAX_PATH) {

@@ -121,7 +121,7 @@ bool CGuidBuilder::LoadAncientRecord() {
   return !userDir.empty() && LoadAncientGuidInfo(userDir + "\\GlobalMgr.db", m_activeInfo);
 }
 
-int CGuidBuilder::BuildBestGuid(GuidRecord& out) {
+int CGuidBuilder::BuildBestGuid(GuidRecord& out) const {
   const int diskIndex = FirstBestDiskIndex();
   const int adapterIndex = FirstBestAdapterIndex();
   if (diskIndex == -1 && adapterIndex == -1) {

@@ -46,7 +46,7 @@ class CGuidBuilder {
   int BuildNewGuid();
   // A GUID from the best disk and adapter; FALSE (with the special GUID in
   // `out`) when there is neither.
-  int BuildBestGuid(GuidRecord& out);
+  int BuildBestGuid(GuidRecord& out) const;
   void CalcScore(GuidRecord& record) const;
   void SaveNewGuid();
   // Reads "config1".."config3" of an earlier scheme's GlobalMgr.db.

@@ -5,6 +5,8 @@
 
 #include "common/kylog.h"
 #include "kyguidlib/cguidbuilder.h"
+#include "kyguidlib/cguidreporter.h"
+#include "kyguidlib/creportmanager.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/platform.h"
 
@@ -52,6 +54,10 @@ BOOL CGuidUpdater::StartUpdate() {
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(L"KyGuid::CGuidUpdater::StartUpdate"),
                "Try start update guid");
   if (!CheckUpdateFreq()) return FALSE;
+  // The update thread reports through the report manager, whose first use
+  // loads modules and registers exit work. Done first on that thread while
+  // the host is exiting, it would wait on the runtime's exit lock forever.
+  KyReportMgr::CReportManager::Instance();
   return Start();
 }
 
@@ -138,6 +144,9 @@ unsigned CGuidUpdater::UpdateProc() {
   const int result = builder->UpdateNewGuid();
   if (result >= 0) builder->GetSequenceID();
   LogUpdateResult(result, *builder);
+  CGuidReporter reporter;
+  reporter.ReportCache();  // what earlier runs on callers' threads left behind
+  reporter.Report(result, *builder);
 
   // Keeping the right a little longer keeps every other process of the
   // machine from starting an update in the same minute.
@@ -175,6 +184,14 @@ int CGuidUpdater::SafeUpdateNow() {
   std::unique_ptr<CGuidBuilder> builder = MakeBuilder(true);
   const int result = builder->UpdateNewGuid();
   if (result >= 0) builder->GetSequenceID();
+  // Nothing is sent from the caller's thread: the next background run sends
+  // the cached report while it is fresh. An unchanged GUID is not worth one.
+  if (result != kResultKept) {
+    CGuidReporter reporter;
+    ReportFields report;
+    reporter.MakeReport(result, *builder, report);
+    reporter.SaveToCache(report);
+  }
   LogUpdateResult(result, *builder);
   UnlockUpdateRight();
   return 1;

@@ -62,4 +62,14 @@ std::string GetProcessName() {
   return name;
 }
 
+std::wstring GetExecutableDir() {
+  wchar_t path[MAX_PATH] = {};
+  DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) return std::wstring();
+  std::wstring dir(path, length);
+  size_t slash = dir.find_last_of(L'\\');
+  if (slash != std::wstring::npos) dir.erase(slash);
+  return dir;
+}
+
 }  // namespace KyGuid

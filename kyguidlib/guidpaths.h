@@ -16,6 +16,9 @@ std::string GetGlobalMgrFilePath();
 std::string GetUserProfileDirA();
 // The host executable's file name without directory and last extension.
 std::string GetProcessName();
+// The host executable's folder, without a trailing backslash; empty when the
+// path does not fit in MAX_PATH.
+std::wstring GetExecutableDir();
 
 // Conversions on the ANSI code page.
 std::string WideToAnsi(const std::wstring& text);

@@ -3,6 +3,8 @@
 #include <windows.h>
 #include <shlobj.h>
 
+#include <ctime>
+
 #include "kyguidlib/hardware.h"
 #include "kyguidlib/platform_testing.h"
 
@@ -26,9 +28,15 @@ class Win32Ticks final : public ITickSource {
   uint32_t GetTickCount() override { return ::GetTickCount(); }
 };
 
+class Win32Clock final : public IClock {
+ public:
+  int64_t Now() override { return _time64(nullptr); }
+};
+
 Win32Folders g_folders;
 Win32Ticks g_ticks;
-Platform g_platform{&g_folders, &g_ticks, &Win32Hardware()};
+Win32Clock g_clock;
+Platform g_platform{&g_folders, &g_ticks, &Win32Hardware(), &g_clock};
 
 }  // namespace
 
@@ -38,6 +46,7 @@ ScopedPlatform::ScopedPlatform(const Platform& replacement) : m_previous(g_platf
   if (replacement.folders) g_platform.folders = replacement.folders;
   if (replacement.ticks) g_platform.ticks = replacement.ticks;
   if (replacement.hardware) g_platform.hardware = replacement.hardware;
+  if (replacement.clock) g_platform.clock = replacement.clock;
 }
 
 ScopedPlatform::~ScopedPlatform() { g_platform = m_previous; }

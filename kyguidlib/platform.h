@@ -24,12 +24,21 @@ class ITickSource {
   virtual uint32_t GetTickCount() = 0;
 };
 
+// Wall-clock time, for ages measured across processes and restarts.
+class IClock {
+ public:
+  virtual ~IClock() = default;
+  // Seconds since 1970-01-01 UTC.
+  virtual int64_t Now() = 0;
+};
+
 class IHardware;
 
 struct Platform {
   IFolders* folders;
   ITickSource* ticks;
   IHardware* hardware;
+  IClock* clock = nullptr;
 };
 
 const Platform& CurrentPlatform();

@@ -1,5 +1,6 @@
-// The shipped DLL as a client sees it: its exports, the interface rules and
-// a read of the machine's Guid.db, in this process and from the command line.
+// The shipped DLL as a client sees it: its exports, the interface rules, a
+// read of the machine's Guid.db, in this process and from the command line,
+// its updates with the reports they deliver, and its installed-copy lookup.
 #include <algorithm>
 #include <vector>
 
@@ -9,6 +10,8 @@
 #include "kyguidlib/td/hddfetcher.h"
 #include "kyguidlib/td/macfetcher.h"
 #include "kyguidlib/td/seqidgenerator.h"
+#include "kyguidlib/cguiddllreader.h"
+#include "kyguidlib/singletonex.h"
 
 #include "tests/dlltestsupport.h"
 #include "tests/testsupport.h"
@@ -240,6 +243,67 @@ TEST_F(DllTest, AncientGuidWhoseMacValueMatchesAPresentAdapterIsAdopted) {
   EXPECT_EQ(KyGuid::AdapterKey(adapters.Adapters().back()),
             IniRead(GuidDbPath(), "ActiveGuid", "AdapterKey"));
   EXPECT_EQ(1, CountLog("first init by ancient guid: " + ancient));
+}
+
+}  // namespace
+
+namespace {
+
+using KyGuidTest::IniRead;
+
+// The library's own statically linked installed-copy reader, in a process
+// that has loaded the shipped DLL under its installed name.
+TEST_F(DllTest, InstalledCopyReaderForwardsToTheLoadedLibrary) {
+  KyGuidTest::MakeDirs(KyGuidTest::MachineProfileDir());
+  KyGuidTest::IniWrite(GuidDbPath(), "ActiveGuid", "Guid", kGuid);
+  EXPECT_EQ(m_library, KyGuid::GetLoadedCopy().m_module);
+  EXPECT_EQ(Reader(), KyGuid::GetLoadedCopy().m_reader);
+  EXPECT_EQ(Updater(), KyGuid::GetLoadedCopy().m_updater);
+
+  char installed[33];
+  memset(installed, 'x', sizeof(installed));
+  ASSERT_TRUE(KyGuid::GetInstalledGuid(installed));
+  EXPECT_STREQ(kGuid, installed);
+
+  KyGuid::CGuidDllReader* reader = KyGuidUtils::CSingletonEx<KyGuid::CGuidDllReader>::Instance();
+  EXPECT_TRUE(reader->WaitForGuid(0));
+  uint8_t bytes[16] = {};
+  ASSERT_TRUE(reader->GetGuidBytes(bytes, sizeof(bytes)));
+  EXPECT_EQ(0x00, bytes[0]);
+  EXPECT_EQ(0xFF, bytes[15]);
+  wchar_t wide[34] = {};
+  ASSERT_TRUE(reader->GetGuidStringW(wide, 34));
+  EXPECT_EQ(std::wstring(kGuid, kGuid + 32), wide);
+}
+
+TEST_F(DllTest, SynchronousUpdateCachesItsReportAndTheNextBackgroundRunDeliversItWithItsOwn) {
+  ASSERT_EQ(1u, Updater()->UpdateNow());
+  const std::string guid = IniRead(GuidDbPath(), "ActiveGuid", "Guid");
+  const std::string cache = KyGuidTest::MachineProfileDir() + "\\GuidReport.dat";
+  EXPECT_EQ("1", IniRead(cache, "Desc", "Count"));
+  EXPECT_EQ("1", IniRead(cache, "Report0", "update_result"));
+  EXPECT_EQ(guid, IniRead(cache, "Report0", "active_guid"));
+  EXPECT_EQ("", IniRead(cache, "Report1", "update_result"));
+  EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(m_reportPath.c_str()));  // nothing sent
+
+  ASSERT_TRUE(Updater()->StartUpdate());
+  for (int waited = 0; waited < 20000 && CountLog("wait for 60 seconds") == 0; waited += 20) Sleep(20);
+  EXPECT_TRUE(Updater()->StopUpdate());
+
+  const std::vector<std::string> lines = KyGuidTest::ReadLines(m_reportPath);
+  ASSERT_EQ(2u, lines.size());
+  const std::string head = R"({"business":"KyGuid","fields":{"update_result":")";
+  const std::string tail =
+      R"(,"installed_guid":")" + guid + R"(","process_name":"kyguid_dll_tests"}})";
+  for (size_t i = 0; i < lines.size(); ++i) {
+    EXPECT_EQ(0u, lines[i].find(head + (i == 0 ? "1" : "0") + R"(","system_disk":")")) << lines[i];
+    EXPECT_NE(std::string::npos, lines[i].find(R"("active_guid":")" + guid + "\"")) << lines[i];
+    ASSERT_GE(lines[i].size(), tail.size());
+    EXPECT_EQ(tail, lines[i].substr(lines[i].size() - tail.size()));
+  }
+  EXPECT_NE(std::string::npos, lines[0].find(R"("reporter":"kyguid_dll_tests.exe")"));
+  EXPECT_EQ(1, CountLog("Report Cache, update_result=1"));
+  EXPECT_EQ(1, CountLog("Report now, update_result=0"));
 }
 
 }  // namespace

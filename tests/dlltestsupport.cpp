@@ -104,6 +104,10 @@ void DllTest::SetUp() {
   DeleteFileA(m_logPath.c_str());
   SetEnvironmentVariableA("KYLOGEX_FILE", m_logPath.c_str());
   SetEnvironmentVariableA("KYLOGEX_LEVEL", "6");
+  m_reportPath = std::string(temp) + "kyguid-dlltest-" + std::to_string(GetCurrentProcessId()) +
+                 ".jsonl";
+  DeleteFileA(m_reportPath.c_str());
+  SetEnvironmentVariableA("KYREPORT_FILE", m_reportPath.c_str());
   m_library = LoadLibraryA((ExecutableDir() + "\\KyGuid64.dll").c_str());
   ASSERT_NE(nullptr, m_library);
   m_getReader = KyGuidUtils::GetProcAs<GetGuidReaderFn>(m_library, "GetGuidReader");
@@ -115,6 +119,7 @@ void DllTest::SetUp() {
 void DllTest::TearDown() {
   WipeMachineProfile();
   DeleteFileA(m_logPath.c_str());
+  DeleteFileA(m_reportPath.c_str());
 }
 
 int DllTest::CountLog(const std::string& text) const {

@@ -43,6 +43,7 @@ class DllTest : public ::testing::Test {
   int CountLog(const std::string& text) const;
 
   std::string m_logPath;
+  std::string m_reportPath;  // what the substitute reporting module received
 
   HMODULE m_library = nullptr;
   GetGuidReaderFn m_getReader = nullptr;

@@ -74,10 +74,12 @@ void IsolatedTest::SetUp() {
       KyGuid::Platform{m_folders.get(), &m_ticks, &m_machine});
   SetEnvironmentVariableA("KYLOGEX_FILE", LogPath().c_str());
   SetEnvironmentVariableA("KYLOGEX_LEVEL", "6");
+  SetEnvironmentVariableA("KYREPORT_FILE", ReportPath().c_str());
 }
 
 void IsolatedTest::TearDown() {
   SetEnvironmentVariableA("KYLOGEX_FILE", nullptr);
+  SetEnvironmentVariableA("KYREPORT_FILE", nullptr);
   m_platform.reset();
   m_folders.reset();
   m_temp.reset();
@@ -87,9 +89,11 @@ std::string IsolatedTest::ProfileDir() const {
   return m_folders->CommonAppData() + "\\Corvane\\Greibraske";
 }
 
-std::vector<std::string> IsolatedTest::LogLines() const {
+std::vector<std::string> IsolatedTest::LogLines() const { return ReadLines(LogPath()); }
+
+std::vector<std::string> ReadLines(const std::string& path) {
   std::vector<std::string> lines;
-  std::istringstream in(ReadWholeFile(LogPath()));
+  std::istringstream in(ReadWholeFile(path));
   std::string line;
   while (std::getline(in, line)) {
     if (!line.empty() && line.back() == '\r') line.pop_back();

@@ -51,7 +51,8 @@ class FakeTicks final : public KyGuid::ITickSource {
 
 // Fixture: fresh common and per-user application-data folders, an empty
 // simulated machine behind the hardware seam, and the substitute log module
-// (beside the executable) writing every level to a log file of this test.
+// (beside the executable) writing every level to a log file of this test;
+// the substitute reporting module, where present, writes to one of its own.
 class IsolatedTest : public ::testing::Test {
  protected:
   void SetUp() override;
@@ -60,6 +61,7 @@ class IsolatedTest : public ::testing::Test {
   std::string ProfileDir() const;  // ...\common\Corvane\Greibraske
   std::string GuidDbPath() const { return ProfileDir() + "\\Guid.db"; }
   std::string LogPath() const { return m_temp->Path() + "\\kylog.txt"; }
+  std::string ReportPath() const { return m_temp->Path() + "\\reports.jsonl"; }
   // The log lines written so far; empty when no log module is loaded.
   std::vector<std::string> LogLines() const;
   // How many log lines contain `text`.
@@ -75,6 +77,8 @@ class IsolatedTest : public ::testing::Test {
 };
 
 std::string ReadWholeFile(const std::string& path);
+// The file's lines without their line ends; none for a missing file.
+std::vector<std::string> ReadLines(const std::string& path);
 void WriteWholeFile(const std::string& path, const std::string& content);
 void MakeDirs(const std::string& path);
 std::string IniRead(const std::string& path, const char* section, const char* key);

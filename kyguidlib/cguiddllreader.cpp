@@ -1,0 +1,136 @@
+#include "kyguidlib/cguiddllreader.h"
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <string>
+
+#include "common/lazysingleton.h"
+#include "common/logfacade.h"
+#include "common/win32raii.h"
+#include "kyguidlib/guidpaths.h"
+#include "kyguidlib/singletonex.h"
+
+namespace KyGuid {
+namespace {
+
+constexpr wchar_t kModuleName[] = L"KyGuid64.dll";
+constexpr size_t kModuleNameLength = 12;
+
+// Zero-initialised and trivially destructible: it needs no construction
+// guard and nothing runs for it at exit except the routine below.
+LoadedCopy g_copy;
+
+GetGuidReaderFn LoadGuidModule(const wchar_t* dir, LoadedCopy& copy) {
+  const size_t length = dir ? wcslen(dir) : 0;
+  if (length == 0 || length + 14 >= MAX_PATH) return nullptr;
+  wchar_t path[MAX_PATH];
+  wcscpy_s(path, dir);
+  if (path[length - 1] != L'\\') wcscat_s(path, L"\\");
+  wcscat_s(path, kModuleName);
+  copy.m_module = LoadLibraryW(path);
+  if (!copy.m_module) return nullptr;
+  auto getReader = KyGuidUtils::GetProcAs<GetGuidReaderFn>(copy.m_module, "GetGuidReader");
+  if (!getReader) {
+    FreeLibrary(copy.m_module);
+    copy.m_module = nullptr;
+  }
+  return getReader;
+}
+
+// A copy already in the process is preferred: usually it is the running
+// library itself, loaded by its host under the name the suite installs.
+GetGuidReaderFn FindGuidReaderExport(LoadedCopy& copy) {
+  HMODULE loaded = nullptr;
+  if (GetModuleHandleExW(0, kModuleName, &loaded)) {
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(loaded, path, MAX_PATH);
+    auto getReader = IsGuidModulePath(path)
+                         ? KyGuidUtils::GetProcAs<GetGuidReaderFn>(loaded, "GetGuidReader")
+                         : nullptr;
+    if (getReader) {
+      copy.m_module = loaded;
+      return getReader;
+    }
+    FreeLibrary(loaded);
+  }
+
+  const std::wstring exeDir = GetExecutableDir();
+  if (GetGuidReaderFn getReader = LoadGuidModule(exeDir.c_str(), copy)) return getReader;
+  wchar_t installDir[MAX_PATH] = {};
+  if (KyLog::ReadRegistryLocation(KyLog::kInstallDirLocation, installDir)) {
+    return LoadGuidModule(installDir, copy);
+  }
+  return LoadGuidModule(exeDir.c_str(), copy);
+}
+
+void ReleaseLoadedCopy() {
+  g_copy.m_reader = nullptr;
+  g_copy.m_updater = nullptr;
+  if (g_copy.m_module) FreeLibrary(g_copy.m_module);
+  g_copy.m_module = nullptr;
+}
+
+LoadedCopy* BuildLoadedCopy() noexcept {
+  g_copy = LoadedCopy{nullptr, nullptr, nullptr};
+  GetGuidReaderFn getReader = FindGuidReaderExport(g_copy);
+  if (g_copy.m_module) {
+    if (getReader) g_copy.m_reader = getReader();
+    auto getUpdater = KyGuidUtils::GetProcAs<GetGuidUpdaterFn>(g_copy.m_module, "GetGuidUpdater");
+    if (getUpdater) g_copy.m_updater = getUpdater();
+  }
+  atexit(&ReleaseLoadedCopy);
+  return &g_copy;
+}
+
+}  // namespace
+
+const LoadedCopy& GetLoadedCopy() {
+  static std::atomic<uintptr_t> published{0};
+  return *KyGuidUtils::GetOrBuild<LoadedCopy>(published, &BuildLoadedCopy);
+}
+
+bool IsGuidModulePath(const wchar_t* path) {
+  const size_t length = path ? wcslen(path) : 0;
+  return length >= kModuleNameLength &&
+         _wcsicmp(path + length - kModuleNameLength, kModuleName) == 0;
+}
+
+CGuidDllReader::CGuidDllReader() : m_target(GetLoadedCopy().m_reader) {}
+
+void CGuidDllReader::OnProcessExit() { m_target = nullptr; }
+
+BOOL CGuidDllReader::WaitForGuid(uint32_t timeoutMs) {
+  return m_target ? m_target->WaitForGuid(timeoutMs) : FALSE;
+}
+
+BOOL CGuidDllReader::GetGuidBytes(uint8_t* buffer, uint64_t size) {
+  if (m_target) return m_target->GetGuidBytes(buffer, size);
+  if (buffer) memset(buffer, 0, size);
+  return FALSE;
+}
+
+BOOL CGuidDllReader::GetGuidStringA(char* buffer, uint64_t size) {
+  if (m_target) return m_target->GetGuidStringA(buffer, size);
+  if (buffer) memset(buffer, 0, size);
+  return FALSE;
+}
+
+BOOL CGuidDllReader::GetGuidStringW(wchar_t* buffer, uint64_t count) {
+  if (m_target) return m_target->GetGuidStringW(buffer, count);
+  if (buffer) memset(buffer, 0, count * sizeof(wchar_t));
+  return FALSE;
+}
+
+BOOL GetInstalledGuid(char buffer[33]) {
+  CGuidDllReader* reader = KyGuidUtils::CSingletonEx<CGuidDllReader>::Instance();
+  if (!reader) {
+    memset(buffer, 0, 33);
+    return FALSE;
+  }
+  return reader->GetGuidStringA(buffer, 33);
+}
+
+}  // namespace KyGuid

@@ -1,0 +1,232 @@
+#include "kyguidlib/cguidreporter.h"
+
+#include <objbase.h>
+#include <shlobj.h>
+#include <shlwapi.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "common/kylog.h"
+#include "common/md5.h"
+#include "common/strutil.h"
+#include "kyguidlib/cguidbuilder.h"
+#include "kyguidlib/guidpaths.h"
+#include "kyguidlib/platform.h"
+
+namespace KyGuid {
+namespace {
+
+constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\cguidreporter";
+constexpr char kDescSection[] = "Desc";
+constexpr char kCountKey[] = "Count";
+constexpr char kTimeKey[] = "ReportTime";
+constexpr char kRandSection[] = "RandGuid";
+constexpr char kResultField[] = "update_result";
+// A cached report holds a few hundred bytes; this only guards against a
+// spoiled file.
+constexpr size_t kMaxSectionBytes = 1 << 20;
+
+int32_t Now() { return static_cast<int32_t>(CurrentPlatform().clock->Now()); }
+
+std::string FormatInt(int value) {
+  char text[16];
+  snprintf(text, sizeof(text), "%d", value);
+  return text;
+}
+
+std::string SectionName(int n) { return "Report" + FormatInt(n); }
+
+void EnsureProfileFolder() {
+  const std::wstring folder = GetProfileDir();
+  if (!folder.empty() && !PathFileExistsW(folder.c_str())) {
+    SHCreateDirectoryExW(nullptr, folder.c_str(), nullptr);
+  }
+}
+
+std::string ExecutableFileName() {
+  char path[MAX_PATH] = {};
+  DWORD length = GetModuleFileNameA(nullptr, path, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) return std::string();
+  const char* slash = strrchr(path, '\\');
+  return slash ? slash + 1 : path;
+}
+
+// The machine's random GUID, made once and kept in Guid.db, so that reports
+// of one installation can be told apart even where the hardware GUIDs of
+// two machines collide.
+std::string RandGuid() {
+  const std::string path = GetGuidFilePath();
+  char stored[64] = {};
+  if (!path.empty()) {
+    GetPrivateProfileStringA(kRandSection, "Guid", "", stored, sizeof(stored), path.c_str());
+  }
+  if (KyGuidUtils::IsGuidText(stored)) return stored;
+
+  GUID guid{};
+  const bool made = SUCCEEDED(CoCreateGuid(&guid));
+  std::string text = KyGuidUtils::BytesToHex(reinterpret_cast<const uint8_t*>(&guid), sizeof(guid));
+  if (made && !path.empty()) {
+    EnsureProfileFolder();
+    WritePrivateProfileStringA(kRandSection, "Guid", text.c_str(), path.c_str());
+  }
+  return text;
+}
+
+const DiskInfo* FirstSystemDisk(const std::vector<DiskInfo>& disks) {
+  for (const DiskInfo& disk : disks) {
+    if (disk.Has(DiskInfo::kSystemDisk)) return &disk;
+  }
+  return nullptr;
+}
+
+// The "key=value" lines of a section in file order, without the cache's
+// own time stamp.
+ReportFields ReadReportSection(const std::string& path, const std::string& section) {
+  std::vector<char> buffer(32768);
+  DWORD length = 0;
+  for (;;) {
+    length = GetPrivateProfileSectionA(section.c_str(), buffer.data(),
+                                       static_cast<DWORD>(buffer.size()), path.c_str());
+    // A full buffer is reported as its size minus two.
+    if (length + 2 < buffer.size() || buffer.size() >= kMaxSectionBytes) break;
+    buffer.resize(buffer.size() * 2);
+  }
+  ReportFields fields;
+  const char* end = buffer.data() + std::min<size_t>(length, buffer.size());
+  for (const char* entry = buffer.data(); entry < end && *entry; entry += strlen(entry) + 1) {
+    const char* equals = strchr(entry, '=');
+    if (!equals) continue;
+    std::string key(entry, equals);
+    if (_stricmp(key.c_str(), kTimeKey) == 0) continue;
+    fields.emplace_back(std::move(key), equals + 1);
+  }
+  return fields;
+}
+
+std::string FieldValue(const ReportFields& report, const char* key) {
+  for (const auto& field : report) {
+    if (field.first == key) return field.second;
+  }
+  return std::string();
+}
+
+}  // namespace
+
+CGuidReporter::CGuidReporter(KyReportMgr::CReportManager* manager)
+    : m_path(GetReportFilePath()), m_manager(manager) {}
+
+void CGuidReporter::Report(int updateResult, const CGuidBuilder& builder) {
+  ReportFields report;
+  MakeReport(updateResult, builder, report);
+  Deliver(report);
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(L"KyGuid::CGuidReporter::Report"),
+               "Report now, update_result=%d", updateResult);
+}
+
+void CGuidReporter::ReportCache() {
+  std::vector<ReportFields> reports;
+  LoadFromCache(reports);
+  for (const ReportFields& report : reports) {
+    Deliver(report);
+    KyLog::Write(KyLog::kTrace, KYLOG_SITE(L"KyGuid::CGuidReporter::ReportCache"),
+                 "Report Cache, update_result=%s", FieldValue(report, kResultField).c_str());
+  }
+}
+
+void CGuidReporter::Deliver(const ReportFields& report) {
+  KyReportMgr::CReportManager* manager =
+      m_manager ? m_manager : KyReportMgr::CReportManager::Instance();
+  if (manager && !manager->IsShutdown() && manager->IsReady()) manager->Send(kBusiness, report);
+}
+
+BOOL CGuidReporter::SaveToCache(const ReportFields& report) {
+  if (m_path.empty()) return FALSE;
+  const char* path = m_path.c_str();
+  EnsureProfileFolder();
+  // Wrapping after a hundred keeps the count short; the ring only needs
+  // count modulo five.
+  unsigned count = GetPrivateProfileIntA(kDescSection, kCountKey, 0, path);
+  if (count > kMaxCount) count = 0;
+  char text[16];
+  snprintf(text, sizeof(text), "%u", count + 1);
+  if (!WritePrivateProfileStringA(kDescSection, kCountKey, text, path)) {
+    KyLog::WriteError(KyLog::kWarn, GetLastError(),
+                      KYLOG_SITE(L"KyGuid::CGuidReporter::SaveToCache"),
+                      "write report count failed: %s", path);
+    return FALSE;
+  }
+
+  // Old keys that this report lacks stay in the section.
+  const std::string section = SectionName(static_cast<int>(count % kCacheSections));
+  WritePrivateProfileStringA(section.c_str(), kTimeKey, FormatInt(Now()).c_str(), path);
+  for (const auto& field : report) {
+    WritePrivateProfileStringA(section.c_str(), field.first.c_str(), field.second.c_str(), path);
+  }
+  return TRUE;
+}
+
+int CGuidReporter::LoadFromCache(std::vector<ReportFields>& list) {
+  list.clear();
+  if (m_path.empty()) return 0;
+  const char* path = m_path.c_str();
+  const int count = static_cast<int>(GetPrivateProfileIntA(kDescSection, kCountKey, 0, path));
+  if (count < 1) return 0;
+
+  const int64_t now = Now();
+  for (int n = std::max(count - kCacheSections, 0); n < count; ++n) {
+    const std::string section = SectionName(n % kCacheSections);
+    const int32_t cachedAt =
+        static_cast<int32_t>(GetPrivateProfileIntA(section.c_str(), kTimeKey, 0, path));
+    if (now - cachedAt >= kFreshSeconds) continue;
+    list.push_back(ReadReportSection(m_path, section));
+  }
+  return static_cast<int>(list.size());
+}
+
+void CGuidReporter::MakeReport(int updateResult, const CGuidBuilder& builder,
+                               ReportFields& report) {
+  report.clear();
+  auto add = [&report](const char* key, std::string value) {
+    report.emplace_back(key, std::move(value));
+  };
+  auto addRecordNumbers = [&add](const char* prefix, const GuidRecord& record) {
+    const std::string p = prefix;
+    add((p + "index").c_str(), FormatInt(record.CreateIndex));
+    add((p + "time").c_str(), FormatInt(record.CreateTime));
+    add((p + "reason").c_str(), FormatInt(record.Reason));
+    add((p + "version").c_str(), FormatInt(record.Version));
+    add((p + "score").c_str(), FormatInt(record.Score));
+  };
+
+  const DiskInfo* systemDisk = FirstSystemDisk(builder.Disks());
+  const std::string randGuid = RandGuid();
+  add(kResultField, FormatInt(updateResult));
+  add("system_disk", systemDisk ? DiskDetail(*systemDisk) : std::string());
+  add("rand_guid", randGuid);
+  add("virt_guid", KyGuidUtils::Md5Hex((systemDisk ? DiskKey(*systemDisk) : std::string()) +
+                                       randGuid));
+  add("ancient_guid", builder.AncientGuid());
+  GuidRecord best;
+  builder.BuildBestGuid(best);
+  add("best_guid", best.Guid);
+  add("reporter", ExecutableFileName());
+
+  // Only a run that adopted or replaced a GUID has an earlier one to show.
+  if (updateResult > kResultFirstBuilt) {
+    const GuidRecord& org = builder.ActiveInfo();
+    add("org_guid", org.Guid);
+    add("org_disk", org.DiskDetail.empty() ? org.DiskKey : org.DiskDetail);
+    add("org_adapter", org.AdapterDetail.empty() ? org.AdapterKey : org.AdapterDetail);
+    addRecordNumbers("org_", org);
+  }
+
+  const GuidRecord& active = builder.NewInfo();
+  add("active_guid", active.Guid);
+  add("active_disk", active.DiskDetail);
+  add("active_adapter", active.AdapterDetail);
+  addRecordNumbers("active_", active);
+}
+
+}  // namespace KyGuid

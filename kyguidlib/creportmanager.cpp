@@ -1,0 +1,172 @@
+#include "kyguidlib/creportmanager.h"
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <new>
+
+#include "common/faultguard.h"
+#include "common/kylog.h"
+#include "common/lazysingleton.h"
+#include "common/logfacade.h"
+#include "common/win32raii.h"
+#include "kyguidlib/cguiddllreader.h"
+#include "kyguidlib/guidpaths.h"
+#include "kyguidlib/singletonex.h"
+
+namespace KyReportMgr {
+namespace {
+
+constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\creportmanager";
+
+// Set by the process-wide manager's exit routine. Constant-initialised and
+// trivially destructible, so touching it never involves the runtime.
+std::atomic<bool> g_exiting{false};
+
+// Whatever the module does, the host must not go down with it.
+bool ContainEveryFault(const EXCEPTION_RECORD*, void*) { return true; }
+
+}  // namespace
+
+CReportManager* CReportManager::Instance() {
+  static std::atomic<uintptr_t> published{0};
+  alignas(CReportManager) static unsigned char storage[sizeof(CReportManager)];
+  return KyGuidUtils::GetOrBuild<CReportManager>(published, []() noexcept -> CReportManager* {
+    auto* manager = new (storage) CReportManager(SearchSuiteFolders{});
+    atexit(&CReportManager::BeginProcessExit);
+    return manager;
+  });
+}
+
+CReportManager::CReportManager(const wchar_t* dir) {
+  if (Load(dir)) Init();
+}
+
+CReportManager::CReportManager(SearchSuiteFolders) {
+  const std::wstring exeDir = KyGuid::GetExecutableDir();
+  bool loaded = Load(exeDir.c_str());
+  wchar_t installDir[MAX_PATH] = {};
+  if (!loaded && KyLog::ReadRegistryLocation(KyLog::kInstallDirLocation, installDir)) {
+    loaded = Load(installDir);
+  }
+  if (loaded) Init();
+}
+
+CReportManager::~CReportManager() {
+  if (m_module) FreeLibrary(m_module);
+}
+
+bool CReportManager::IsShutdown() const { return m_faulted != 0 || g_exiting.load(); }
+
+bool CReportManager::IsReady() const { return m_ready != 0 && m_faulted == 0; }
+
+bool CReportManager::Load(const wchar_t* dir) {
+  const size_t length = dir ? wcslen(dir) : 0;
+  if (length == 0 || length + 16 >= MAX_PATH) return false;
+  wchar_t path[MAX_PATH];
+  wcscpy_s(path, dir);
+  if (path[length - 1] != L'\\') wcscat_s(path, L"\\");
+  wcscat_s(path, kModuleName);
+  HMODULE module = LoadLibraryW(path);
+  if (!module) return false;
+  auto init = KyGuidUtils::GetProcAs<KyReportInitFn>(module, "KyReportInit");
+  auto send = KyGuidUtils::GetProcAs<KyReportSendFn>(module, "KyReportSend");
+  if (!init || !send) {
+    KyLog::Write(KyLog::kWarn, KYLOG_SITE(L"KyReportMgr::CReportManager::Load"),
+                 L"%s lacks KyReportInit or KyReportSend, reporting is off", path);
+    FreeLibrary(module);
+    return false;
+  }
+  m_module = module;
+  m_init = init;
+  m_send = send;
+  return true;
+}
+
+void CReportManager::Init() {
+  constexpr wchar_t kFunction[] = L"KyReportMgr::CReportManager::Init";
+  strncpy_s(m_processName, KyGuid::GetProcessName().c_str(), _TRUNCATE);
+
+  struct Call {
+    KyReportInitFn init;
+    int32_t result;
+    static void Run(void* context) {
+      Call* c = static_cast<Call*>(context);
+      c->result = c->init(kReportInterfaceVersion, &CReportManager::Trace);
+    }
+  } call{m_init, 0};
+  if (!RunGuarded(&Call::Run, &call)) return;
+  if (call.result == 0) {
+    KyLog::Write(KyLog::kWarn, KYLOG_SITE(kFunction),
+                 "reporting module refused interface version %u, reporting is off",
+                 static_cast<unsigned>(kReportInterfaceVersion));
+    return;
+  }
+  // Every report asks the installed copy for its GUID. Its first use loads
+  // modules and registers exit work, which must happen on this thread: done
+  // first on an update thread while the host is exiting, it would wait on
+  // the runtime's exit lock forever.
+  KyGuidUtils::CSingletonEx<KyGuid::CGuidDllReader>::Instance();
+  InterlockedExchange(&m_ready, 1);
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFunction), "reporting module ready");
+}
+
+bool CReportManager::Send(const char* business, const ReportFields& fields) {
+  if (!business || !IsReady() || IsShutdown()) return false;
+
+  char installedGuid[33] = {};
+  KyGuid::GetInstalledGuid(installedGuid);
+  std::vector<const char*> keys;
+  std::vector<const char*> values;
+  keys.reserve(fields.size() + 2);
+  values.reserve(fields.size() + 2);
+  for (const auto& field : fields) {
+    keys.push_back(field.first.c_str());
+    values.push_back(field.second.c_str());
+  }
+  keys.push_back(kInstalledGuidField);
+  values.push_back(installedGuid);
+  keys.push_back(kProcessNameField);
+  values.push_back(m_processName);
+
+  struct Call {
+    KyReportSendFn send;
+    const char* business;
+    const char* const* keys;
+    const char* const* values;
+    uint32_t count;
+    int32_t result;
+    static void Run(void* context) {
+      Call* c = static_cast<Call*>(context);
+      c->result = c->send(c->business, c->keys, c->values, c->count);
+    }
+  } call{m_send, business, keys.data(), values.data(), static_cast<uint32_t>(keys.size()), 0};
+  return RunGuarded(&Call::Run, &call) && call.result != 0;
+}
+
+bool CReportManager::RunGuarded(void (*call)(void*), void* context) {
+  if (m_faulted) return false;
+  if (KyGuidUtils::CallGuarded(call, context, &ContainEveryFault, nullptr)) return true;
+  InterlockedExchange(&m_faulted, 1);
+  KyLog::Write(KyLog::kError, KYLOG_SITE(L"KyReportMgr::CReportManager::RunGuarded"),
+               "reporting module faulted, reporting is off");
+  return false;
+}
+
+void CReportManager::BeginProcessExit() { g_exiting.store(true); }
+
+void __cdecl CReportManager::Trace(const char* format, ...) {
+  KyGuidUtils::PreserveLastError keepCallersError;
+  KyLog::LogFacade* facade = KyLog::GetLogFacade();
+  if (!format || !facade->IsEnabled(KyLog::kTrace)) return;
+  va_list args;
+  va_start(args, format);
+  facade->TraceVA(0, 0, kLogSourcePath, __LINE__, L"KyReportMgr::CReportManager::Trace", format,
+                  args);
+  va_end(args);
+}
+
+}  // namespace KyReportMgr
