@@ -1,8 +1,10 @@
 // Several processes at once on the machine's one Guid.db: readers through the
-// DLL while updaters switch between two simulated machines,. The run lengths come from the environment
+// DLL while updaters switch between two simulated machines, and an updater
+// killed at random moments. The run lengths come from the environment
 // (tools/stress.sh sets them long); the defaults keep the test pass short.
 #include <cstdlib>
 #include <map>
+#include <random>
 #include <set>
 #include <sstream>
 #include <vector>
@@ -158,6 +160,58 @@ TEST_F(DllTest, ReadersSeeOnlyWrittenGuidsWhileProcessesUpdateOneAtATime) {
   ExpectValidRecordAndRing(GuidDbPath(), written);
   printf("concurrency: %d s, %d readers, %d updaters: %ld reads, %ld invalid, %zu updates\n",
          seconds, readers, updaters, reads, invalid, finished.size());
+}
+
+TEST_F(DllTest, UpdaterKilledAtRandomMomentsNeverCostsTheGuid) {
+  const int kills = FromEnvironment("KYGUID_KILLS", 4);
+  const std::map<char, std::string> expected = ExpectedGuids();
+  ASSERT_EQ(2u, expected.size());
+  // The victim switches identities, so that nearly every update writes; the
+  // machine that follows each kill is identity "a".
+  const std::string guid = expected.at('a');
+  const std::string journal = TempPath("kill-journal.txt");
+  std::mt19937 random(FromEnvironment("KYGUID_KILL_SEED", 20261122));
+  // Process start-up under Wine takes a few hundred milliseconds, so the
+  // kills land anywhere from before the first update to deep in the loop.
+  std::uniform_int_distribution<int> delay(200, 1500);
+  int lost = 0;
+  int survived = 0;
+  int insideLoop = 0;
+  {
+    Child first("update 1 " + journal + " a");
+    ASSERT_EQ(0u, first.Wait(120000));
+  }
+  for (int kill = 0; kill < kills; ++kill) {
+    SCOPED_TRACE("kill " + std::to_string(kill));
+    Child victim("update 600000 " + journal + " ab");
+    ASSERT_TRUE(victim.Started());
+    Sleep(delay(random));
+    victim.Kill();
+    // Whether the kill came after the victim's first update had begun.
+    const std::string mark = "in " + std::to_string(victim.Id()) + " ";
+    if (KyGuidTest::ReadWholeFile(journal).find(mark) != std::string::npos) ++insideLoop;
+
+    KyGuidTest::ProcessResult read = RunProcess("kyguid.exe read");
+    const std::string text = read.output.substr(0, read.output.find_first_of("\r\n"));
+    if (read.exitCode == 0) {
+      EXPECT_TRUE(text == expected.at('a') || text == expected.at('b')) << text;
+    } else {
+      EXPECT_EQ(1u, read.exitCode) << read.output;
+    }
+
+    Child restore("update 1 " + journal + " a");
+    ASSERT_EQ(0u, restore.Wait(120000));
+    const std::string after = IniRead(GuidDbPath(), "ActiveGuid", "Guid");
+    if (after == guid) {
+      ++survived;
+    } else {
+      ++lost;
+      ADD_FAILURE() << "after kill " << kill << " the update wrote " << after;
+    }
+  }
+  DeleteFileA(journal.c_str());
+  printf("kills: %d survived (%d inside the update loop), %d GUIDs lost\n", survived, insideLoop,
+         lost);
 }
 
 }  // namespace
