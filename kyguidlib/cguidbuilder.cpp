@@ -149,7 +149,11 @@ int CGuidBuilder::BuildBestGuid(GuidRecord& out) const {
   if (!m_activeInfo.Guid.empty()) {
     // The matcher left the active record's indices on the devices that still
     // carry its keys; a negative one is the half that is gone.
-    out.CreateIndex = m_activeInfo.CreateIndex + 1;
+    // An ancient record (-1) is followed by build 0. So is any other index
+    // a damaged file may hold below 0 or at 2147483647, where adding one
+    // would leave the five history sections of the ring.
+    const int32_t active = m_activeInfo.CreateIndex;
+    out.CreateIndex = active >= 0 && active < INT32_MAX ? active + 1 : 0;
     out.Reason = (m_activeInfo.DiskIndex < 0 ? kReasonDiskLost : 0) +
                  (m_activeInfo.AdapterIndex < 0 ? kReasonAdapterLost : 0);
   } else {

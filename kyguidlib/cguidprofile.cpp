@@ -16,6 +16,8 @@ namespace {
 
 constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\cguidprofile";
 constexpr DWORD kValueBufferSize = 4096;
+// Far above the adapters of any machine.
+constexpr unsigned kMaxListEntries = 1024;
 
 uint64_t LastWriteTime(const std::string& path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
@@ -146,10 +148,14 @@ std::string CGuidProfile::FindBuildAdapter(const std::string& text) const {
   for (int walked = 0; walked < 5 && index >= 0; ++walked, --index) {
     const std::string section = BuildSectionName(index);
     unsigned count = static_cast<unsigned>(ReadInt(section.c_str(), "AdapterCount", 0));
-    for (unsigned j = 0; j < count; ++j) {
+    // The count comes from a file anyone may have written: 4294967295 would
+    // keep an update reading the file for hours. Saved lists have no gaps,
+    // so the first missing entry ends the list whatever the count says.
+    for (unsigned j = 0; j < count && j < kMaxListEntries; ++j) {
       char key[32];
       snprintf(key, sizeof(key), "Adapter%u", j);
       std::string entry = ReadString(section.c_str(), key);
+      if (entry.empty()) break;
       if (entry.find(text) != std::string::npos) return entry;
     }
   }

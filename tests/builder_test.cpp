@@ -133,6 +133,24 @@ TEST_F(BuilderTest, ReplacingAnotherVersionIsResult4AndReasonNamesTheLostHalf) {
                         Active("Guid")));
 }
 
+// Indices only a damaged file holds: the next build restarts the ring at 0
+// instead of overflowing into "Build-3" or going on to "Build-4".
+TEST_F(BuilderTest, BuildAfterTheLargestCreateIndexRestartsTheRing) {
+  MachineA();
+  Stored("aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", "PID:{Gone}SN:{G1}", "Mac:{999999999999}", 2147483647,
+         2);
+  ASSERT_EQ(KyGuid::kResultReplacedSameVersion, Run());
+  EXPECT_EQ("0", Active("CreateIndex"));
+  EXPECT_EQ("aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", IniRead(GuidDbPath(), "Build0", "OldGuid"));
+  EXPECT_EQ("", IniRead(GuidDbPath(), "Build-3", "Guid"));
+
+  Stored("bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb", "PID:{Gone}SN:{G1}", "Mac:{999999999999}", -5, 2);
+  ASSERT_EQ(KyGuid::kResultReplacedSameVersion, Run());
+  EXPECT_EQ("0", Active("CreateIndex"));
+  EXPECT_EQ("bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb", IniRead(GuidDbPath(), "Build0", "OldGuid"));
+  EXPECT_EQ("", IniRead(GuidDbPath(), "Build-4", "Guid"));
+}
+
 TEST_F(BuilderTest, SixthBuildOverwritesBuild0) {
   MachineA();
   Stored("cccccccccccccccccccccccccccccccc", "PID:{Gone}SN:{G1}", "Mac:{999999999999}", 4, 2);

@@ -71,6 +71,9 @@ TEST(SanitizeDiskStringsTest, CleansEveryIdentityString) {
       {"caf\xe9", "caf\xe9"},
       {std::string(70, 'x'), std::string(64, 'x')},
       {x63 + "\x01yy", x63 + "\\01"},  // cut first, escape after: may exceed 64
+      // Trimmed before the cut, so a cut inside a run of blanks leaves them:
+      // disk GUIDs were hashed from strings cut that way.
+      {"\x01" + std::string(70, ' ') + "Z", "\\01" + std::string(63, ' ')},
   };
   for (const auto& c : cases) {
     DiskInfo disk;

@@ -148,4 +148,26 @@ TEST_F(ProfileTest, FindBuildAdapterWalksBackFromTheActiveBuildOnly) {
   EXPECT_EQ("", profile.FindBuildAdapter("Mac"));
 }
 
+// A damaged count once kept an update reading Guid.db four billion times.
+TEST_F(ProfileTest, FindBuildAdapterEndsAtTheFirstMissingEntryWhateverTheCount) {
+  CGuidProfile profile;
+  const std::string path = GuidDbPath();
+  IniWrite(path, "ActiveGuid", "CreateIndex", "3");
+  IniWrite(path, "Build3", "AdapterCount", "4294967295");
+  IniWrite(path, "Build3", "Adapter0", "Guid:{n3}Mac:{aa}");
+  IniWrite(path, "Build3", "Adapter2", "Guid:{gap}Mac:{bb}");
+  IniWrite(path, "Build2", "AdapterCount", "-5");
+  IniWrite(path, "Build2", "Adapter0", "Guid:{n2}Mac:{cc}");
+  IniWrite(path, "Build1", "AdapterCount", "1");
+  IniWrite(path, "Build1", "Adapter0", "Guid:{n1}Mac:{dd}");
+
+  const DWORD start = GetTickCount();
+  EXPECT_EQ("Guid:{n3}Mac:{aa}", profile.FindBuildAdapter("Mac:{aa}"));
+  EXPECT_EQ("", profile.FindBuildAdapter("{gap}"));
+  EXPECT_EQ("Guid:{n2}Mac:{cc}", profile.FindBuildAdapter("Mac:{cc}"));  // -5 reads as huge
+  EXPECT_EQ("Guid:{n1}Mac:{dd}", profile.FindBuildAdapter("Mac:{dd}"));
+  EXPECT_EQ("", profile.FindBuildAdapter("absent"));
+  EXPECT_LT(GetTickCount() - start, 10000u);
+}
+
 }  // namespace

@@ -9,6 +9,9 @@ tools/setup.sh
 echo "== pure code, native, with sanitizers"
 (cd build-native && ctest -j"$(nproc)" --output-on-failure --no-tests=error)
 
+echo "== fuzz targets, briefly (tools/fuzz.sh runs them longer)"
+tools/fuzz.sh 5
+
 echo "== everything, under Wine"
 
 # One wineserver for the whole run (tools/winerun starts it, with its
