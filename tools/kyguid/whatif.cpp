@@ -45,14 +45,14 @@ void Populate(const MachineFile& file, SimulatedMachine& machine) {
     drive.identify = SimulatedMachine::Identify(disk.model, disk.serial, disk.revision);
   }
   AddSystemVolume(file, machine);
-  for (const KyGuidSim::MachineAdapter& spec : file.adapters) {
-    KyGuidSim::SimAdapter& adapter = machine.AddAdapter(spec.name, spec.description, spec.mac);
-    adapter.pnpId = spec.pnpId;
-    adapter.type = spec.type;
-    if (spec.index >= 0) adapter.index = static_cast<uint32_t>(spec.index);
-    adapter.present = spec.present;
-    adapter.mediaSubType = spec.mediaSubType;
-    if (spec.knownToWmi && !spec.pnpId.empty()) machine.wmiPnpIds.insert(spec.pnpId);
+  for (const KyGuidSim::MachineAdapter& described : file.adapters) {
+    KyGuidSim::SimAdapter& adapter = machine.AddAdapter(described.name, described.description, described.mac);
+    adapter.pnpId = described.pnpId;
+    adapter.type = described.type;
+    if (described.index >= 0) adapter.index = static_cast<uint32_t>(described.index);
+    adapter.present = described.present;
+    adapter.mediaSubType = described.mediaSubType;
+    if (described.knownToWmi && !described.pnpId.empty()) machine.wmiPnpIds.insert(described.pnpId);
   }
 }
 
