@@ -29,13 +29,6 @@ std::string ReadProfileValue(const std::string& path, const char* key) {
   return value;
 }
 
-uint64_t LastWriteTime(const std::string& path) {
-  WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (!GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data)) return 0;
-  return static_cast<uint64_t>(data.ftLastWriteTime.dwHighDateTime) << 32 |
-         data.ftLastWriteTime.dwLowDateTime;
-}
-
 }  // namespace
 
 void CGuidBuilder::Reset() {
@@ -226,7 +219,7 @@ int CGuidBuilder::LoadAncientGuidInfo(const std::string& path, GuidRecord& out) 
       KyLog::Write(KyLog::kInfo, KYLOG_SITE(L"KyGuid::CGuidBuilder::LoadAncientGuidInfo"),
                    "LoadAncientGuidInfo failed: %u, timestamp=%llu, %s",
                    static_cast<unsigned>(error),
-                   static_cast<unsigned long long>(LastWriteTime(path)), path.c_str());
+                   static_cast<unsigned long long>(FileLastWriteTime(path)), path.c_str());
     }
     return FALSE;
   }

@@ -19,13 +19,6 @@ constexpr DWORD kValueBufferSize = 4096;
 // Far above the adapters of any machine.
 constexpr unsigned kMaxListEntries = 1024;
 
-uint64_t LastWriteTime(const std::string& path) {
-  WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (!GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data)) return 0;
-  return static_cast<uint64_t>(data.ftLastWriteTime.dwHighDateTime) << 32 |
-         data.ftLastWriteTime.dwLowDateTime;
-}
-
 std::string FormatInt(int value) {
   char text[64];
   snprintf(text, sizeof(text), "%d", value);
@@ -59,7 +52,7 @@ int CGuidProfile::LoadGuidInfo(GuidRecord& out) const {
     DWORD error = GetLastError();
     KyLog::Write(KyLog::kInfo, KYLOG_SITE(L"KyGuid::CGuidProfile::LoadGuidInfo"),
                  "LoadGuidInfo failed: %u, timestamp=%llu, %s", static_cast<unsigned>(error),
-                 static_cast<unsigned long long>(LastWriteTime(m_path)), m_path.c_str());
+                 static_cast<unsigned long long>(FileLastWriteTime(m_path)), m_path.c_str());
     return FALSE;
   }
   out.Guid = guid;

@@ -14,16 +14,6 @@ constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\cguidreader"
 constexpr DWORD kLockSpinCount = 4000;
 constexpr DWORD kGuidValueBuffer = 256;
 
-// 0 when the file cannot be queried, so a vanished file counts as a change.
-uint64_t QueryLastWriteTime(const std::string& path) {
-  WIN32_FILE_ATTRIBUTE_DATA data;
-  if (path.empty() || !GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data)) {
-    return 0;
-  }
-  return static_cast<uint64_t>(data.ftLastWriteTime.dwHighDateTime) << 32 |
-         data.ftLastWriteTime.dwLowDateTime;
-}
-
 }  // namespace
 
 CGuidReader::CGuidReader() : m_lock(kLockSpinCount), m_profilePath(GetGuidFilePath()) {}
@@ -73,11 +63,11 @@ BOOL CGuidReader::GetGuidStringW(wchar_t* buffer, uint64_t count) {
 }
 
 void CGuidReader::UpdateGuidFromFile() {
-  uint64_t time = QueryLastWriteTime(m_profilePath);
+  uint64_t time = FileLastWriteTime(m_profilePath);
   if (time == m_fileTime.load(std::memory_order_acquire)) return;
 
   KyGuidUtils::CriticalSection::Lock lock(m_lock);
-  time = QueryLastWriteTime(m_profilePath);
+  time = FileLastWriteTime(m_profilePath);
   if (time == m_fileTime.load(std::memory_order_relaxed)) return;
 
   char value[kGuidValueBuffer] = {};

@@ -19,15 +19,6 @@ constexpr DWORD kRightRetryDelayMs = 10;
 
 uint32_t Ticks() { return CurrentPlatform().ticks->GetTickCount(); }
 
-bool GuidFileHasWriteTime() {
-  WIN32_FILE_ATTRIBUTE_DATA data;
-  const std::string path = GetGuidFilePath();
-  if (path.empty() || !GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data)) {
-    return false;
-  }
-  return data.ftLastWriteTime.dwLowDateTime != 0 || data.ftLastWriteTime.dwHighDateTime != 0;
-}
-
 std::unique_ptr<CGuidBuilder> MakeBuilder(bool save) {
   auto builder = std::make_unique<CGuidBuilder>();
   builder->Reset();
@@ -89,7 +80,7 @@ BOOL CGuidUpdater::CheckUpdateFreq() {
   // Unsigned subtraction: a tick count that wrapped around still measures
   // the time since the last update.
   if (m_lastUpdateTick != 0 && Ticks() - m_lastUpdateTick <= kMinUpdateInterval) {
-    if (GuidFileHasWriteTime()) {
+    if (FileLastWriteTime(GetGuidFilePath()) != 0) {
       KyLog::Write(KyLog::kTrace, KYLOG_SITE(kFunction), "CheckUpdateFreq denied");
       return FALSE;
     }

@@ -26,6 +26,15 @@ std::string FileInProfileDir(const char* name) {
 
 }  // namespace
 
+uint64_t FileLastWriteTime(const std::string& path) {
+  WIN32_FILE_ATTRIBUTE_DATA data;
+  if (path.empty() || !GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data)) {
+    return 0;
+  }
+  return static_cast<uint64_t>(data.ftLastWriteTime.dwHighDateTime) << 32 |
+         data.ftLastWriteTime.dwLowDateTime;
+}
+
 std::string WideToAnsi(const std::wstring& text) {
   if (text.empty()) return std::string();
   std::string out(text.size() * 3, '\0');

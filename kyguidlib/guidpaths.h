@@ -3,6 +3,7 @@
 // cannot be had.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace KyGuid {
@@ -19,6 +20,10 @@ std::string GetProcessName();
 // The host executable's folder, without a trailing backslash; empty when the
 // path does not fit in MAX_PATH.
 std::wstring GetExecutableDir();
+
+// The file's last-write time as a 64-bit FILETIME value; 0 when the file
+// cannot be queried, so a vanished file reads as a change.
+uint64_t FileLastWriteTime(const std::string& path);
 
 // Conversions on the ANSI code page.
 std::string WideToAnsi(const std::wstring& text);
