@@ -68,13 +68,20 @@ class ScopedVariant {
   VARIANT m_value;
 };
 
-// Calls CoUninitialize once when the scope ends.
+// Balances a CoInitializeEx of the scope's own: uninitialises when the scope
+// ends only if that call entered (or re-entered) an apartment. A thread that
+// already lived in another apartment keeps it untouched.
 class ScopedCoUninitialize {
  public:
-  ScopedCoUninitialize() = default;
-  ~ScopedCoUninitialize() { CoUninitialize(); }
+  explicit ScopedCoUninitialize(HRESULT initialized) : m_entered(SUCCEEDED(initialized)) {}
+  ~ScopedCoUninitialize() {
+    if (m_entered) CoUninitialize();
+  }
   ScopedCoUninitialize(const ScopedCoUninitialize&) = delete;
   ScopedCoUninitialize& operator=(const ScopedCoUninitialize&) = delete;
+
+ private:
+  bool m_entered;
 };
 
 }  // namespace KyGuidUtils

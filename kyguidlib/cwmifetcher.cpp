@@ -7,6 +7,7 @@
 #include <string>
 
 #include "common/kylog.h"
+#include "kyguidlib/guidpaths.h"
 
 namespace KyGuid {
 namespace {
@@ -22,16 +23,6 @@ constexpr long kNextTimeoutMs = 10000;
 
 unsigned Hex(HRESULT hr) { return static_cast<unsigned>(hr); }
 
-std::wstring AnsiToWide(const char* text) {
-  if (!text || !*text) return std::wstring();
-  int size = MultiByteToWideChar(CP_ACP, 0, text, -1, nullptr, 0);
-  if (size <= 1) return std::wstring();
-  std::wstring wide(static_cast<size_t>(size), L'\0');
-  MultiByteToWideChar(CP_ACP, 0, text, -1, &wide[0], size);
-  wide.resize(static_cast<size_t>(size) - 1);
-  return wide;
-}
-
 }  // namespace
 
 CWMIFetcher::CWMIFetcher() = default;
@@ -39,19 +30,20 @@ CWMIFetcher::CWMIFetcher() = default;
 CWMIFetcher::~CWMIFetcher() = default;
 
 int CWMIFetcher::FindAdapter(const char* pnpDeviceId) {
-  // Neither result is examined: a thread already in the multithreaded
-  // apartment, or a process that set its own security, works just as well.
-  // The matching CoUninitialize is unconditional; the updater's worker thread
-  // that calls this never holds an apartment of its own.
-  CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-  KyGuidUtils::ScopedCoUninitialize leaveApartment;
+  // A host thread already in a single-threaded apartment (a UI thread that
+  // calls UpdateNow) answers RPC_E_CHANGED_MODE. The query then runs in that
+  // apartment, and only an apartment this call entered itself is left again:
+  // a library living in every process of the suite must not tear down its
+  // host's COM, which an unconditional CoUninitialize would do.
+  KyGuidUtils::ScopedCoUninitialize leaveApartment(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+  // Not examined: a process that set its own security works just as well.
   CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_DEFAULT,
                        RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE, nullptr);
 
   // Released before the apartment is left.
   CWMIFetcher fetcher;
   fetcher.InitService();
-  const std::wstring wideId = AnsiToWide(pnpDeviceId);
+  const std::wstring wideId = AnsiToWide(pnpDeviceId ? pnpDeviceId : "");
   return fetcher.FindAdapterByPNPDeviceId(wideId.c_str());
 }
 

@@ -19,7 +19,8 @@ class CWMIFetcher {
 
   // 1 when an adapter whose PNPDeviceID equals `pnpDeviceId` (ANSI, compared
   // without regard to case) exists, else 0. Enters the multithreaded
-  // apartment for the length of the call and leaves it again.
+  // apartment for the length of the call and leaves it again; on a thread
+  // that already has an apartment it runs there and leaves it as it was.
   static int FindAdapter(const char* pnpDeviceId);
 
   // Connects to root\cimv2; 1 on success, 0 (logged) on failure.

@@ -29,10 +29,10 @@ class CSingletonEx final : public T {
   }
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    if (!out) return E_POINTER;
     if (!IsEqualIID(iid, IID_IUnknown) && !IsEqualIID(iid, T::InterfaceId())) {
-      return E_NOINTERFACE;  // *out is left as the caller had it
+      return E_NOINTERFACE;  // whatever `out` is; *out is left as the caller had it
     }
+    if (!out) return E_POINTER;
     *out = static_cast<typename T::Interface*>(this);
     AddRef();
     return S_OK;

@@ -43,6 +43,12 @@ TEST_F(DllTest, ExportsHandOutOneObjectPerInterfaceThatAnswersOnlyItsOwnIid) {
   EXPECT_EQ(0x80004002u, static_cast<uint32_t>(
                              updater->QueryInterface(KyGuid::IID_IGuidReader, &untouched)));
   EXPECT_EQ(reinterpret_cast<void*>(0x5555), untouched);
+  // An unknown IID is E_NOINTERFACE even without a place to store a pointer.
+  EXPECT_EQ(0x80004002u,
+            static_cast<uint32_t>(reader->QueryInterface(KyGuid::IID_IGuidUpdater, nullptr)));
+  EXPECT_EQ(0x80004002u,
+            static_cast<uint32_t>(updater->QueryInterface(KyGuid::IID_IGuidReader, nullptr)));
+  EXPECT_EQ(E_POINTER, reader->QueryInterface(KyGuid::IID_IGuidReader, nullptr));
 
   for (int i = 0; i < 5; ++i) {
     EXPECT_EQ(1u, reader->Release());
@@ -157,6 +163,80 @@ TEST_F(DllTest, FirstUpdateBuildsFromThisMachineAndTheSecondKeepsIt) {
   char built[33] = {};
   ASSERT_TRUE(Updater()->BuildGuidNow(built, sizeof(built)));
   EXPECT_EQ(guid, built);
+}
+
+// A UI thread of a host lives in a single-threaded apartment. An update on it
+// that asks WMI about a vanished adapter must leave that apartment in place.
+struct ApartmentCall {
+  KyGuid::IGuidUpdater* updater;
+  bool build;         // BuildGuidNow rather than UpdateNow
+  HRESULT enter = E_FAIL;
+  HRESULT after = E_FAIL;  // a second CoInitializeEx after the call
+};
+
+DWORD WINAPI CallInSingleThreadedApartment(void* context) {
+  auto* call = static_cast<ApartmentCall*>(context);
+  call->enter = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+  char guid[33] = {};
+  if (call->build) {
+    call->updater->BuildGuidNow(guid, sizeof(guid));
+  } else {
+    call->updater->UpdateNow();
+  }
+  call->after = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+  CoUninitialize();
+  CoUninitialize();
+  return 0;
+}
+
+class StoredAdapterGoneTest : public DllTest {
+ protected:
+  static constexpr char kConnectionKey[] =
+      "System\\CurrentControlSet\\Control\\Network\\{4D36E972-E325-11CE-BFC1-08002BE10318}\\"
+      "{0A0B0C0D-1111-2222-3333-444455556666}";
+  void SetUp() override {
+    DllTest::SetUp();
+    // The adapter the stored GUID was built from is gone, but the registry
+    // still names its Plug and Play id: matching asks WMI about it.
+    HKEY key = nullptr;
+    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExA(HKEY_LOCAL_MACHINE,
+                                             (std::string(kConnectionKey) + "\\Connection").c_str(),
+                                             0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr));
+    const char id[] = "PCI\\VEN_FFFF&DEV_0001\\0";
+    RegSetValueExA(key, "PnpInstanceID", 0, REG_SZ, reinterpret_cast<const BYTE*>(id), sizeof(id));
+    RegCloseKey(key);
+  }
+  void TearDown() override {
+    RegDeleteTreeA(HKEY_LOCAL_MACHINE, kConnectionKey);
+    DllTest::TearDown();
+  }
+  // Guid.db as this machine's first update wrote it, bound to the gone adapter.
+  void StoreGuidOfTheGoneAdapter() {
+    KyGuidTest::IniWrite(GuidDbPath(), "ActiveGuid", "AdapterKey", "Mac:{0000000000fe}");
+    KyGuidTest::IniWrite(GuidDbPath(), "ActiveGuid", "AdapterDetail",
+                         "Guid:{0A0B0C0D-1111-2222-3333-444455556666}Desc:{gone}Mac:{0000000000fe}"
+                         "Proto:{6}Type:{110}Score:{100}");
+  }
+  HRESULT ApartmentAfter(bool build) {
+    ApartmentCall call{Updater(), build};
+    HANDLE thread = CreateThread(nullptr, 0, &CallInSingleThreadedApartment, &call, 0, nullptr);
+    WaitForSingleObject(thread, INFINITE);
+    CloseHandle(thread);
+    EXPECT_EQ(S_OK, call.enter);
+    return call.after;
+  }
+};
+
+TEST_F(StoredAdapterGoneTest, UpdateAndBuildOnAUiThreadLeaveItsApartmentInPlace) {
+  ASSERT_EQ(1u, Updater()->UpdateNow());
+  StoreGuidOfTheGoneAdapter();
+  EXPECT_EQ(S_FALSE, ApartmentAfter(false));
+  // The disk under Wine is not good enough alone, so WMI had the last word.
+  EXPECT_EQ(1, CountLog("Bad Disk match, adapter not found, rebuild guid"));
+
+  StoreGuidOfTheGoneAdapter();
+  EXPECT_EQ(S_FALSE, ApartmentAfter(true));
+  EXPECT_EQ(2, CountLog("Bad Disk match, adapter not found, rebuild guid"));
 }
 
 TEST_F(DllTest, AnotherProcessCannotUpdateDuringTheBackgroundHoldUntilItIsStopped) {

@@ -100,6 +100,14 @@ TEST_F(WmiFetcherTest, LeavesAThreadWithoutComAsItWas) {
   if (SUCCEEDED(hr)) CoUninitialize();
 }
 
+TEST_F(WmiFetcherTest, AnswersInTheCallersSingleThreadedApartmentAndLeavesItThere) {
+  ASSERT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
+  EXPECT_EQ(1, CWMIFetcher::FindAdapter(m_present.c_str()));
+  EXPECT_EQ(S_FALSE, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
+  CoUninitialize();
+  CoUninitialize();
+}
+
 TEST_F(WmiFetcherTest, AnswersInAProcessThatSetItsOwnSecurity) {
   ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
   ASSERT_EQ(S_OK, CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_CONNECT,
