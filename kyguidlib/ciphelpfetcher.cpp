@@ -42,7 +42,7 @@ bool Allocate(std::vector<uint8_t>& buffer, uint32_t size) {
 
 }  // namespace
 
-CIpHelpFetcher::CIpHelpFetcher() : m_query(CurrentPlatform().hardware->LoadAdapterQuery(true)) {}
+CIpHelpFetcher::CIpHelpFetcher() : m_query(CurrentPlatform().hardware->LoadAdapterQuery()) {}
 
 CIpHelpFetcher::~CIpHelpFetcher() = default;
 

@@ -40,10 +40,9 @@ class IHardware {
                                               uint32_t share, uint32_t flags,
                                               uint32_t* error) = 0;
 
-  // "iphlpapi.dll" from the system directory (or by plain name when
-  // `systemDirectoryOnly` is false) with its GetAdaptersInfo; null when the
-  // module or the function is missing.
-  virtual std::unique_ptr<IAdapterQuery> LoadAdapterQuery(bool systemDirectoryOnly) = 0;
+  // "iphlpapi.dll" from the system directory with its GetAdaptersInfo; null
+  // when the module or the function is missing.
+  virtual std::unique_ptr<IAdapterQuery> LoadAdapterQuery() = 0;
 
   // A value of <connectionKey> (for example "{GUID}\Connection") under the
   // network class key {4D36E972-E325-11CE-BFC1-08002BE10318} of
@@ -58,7 +57,8 @@ class IHardware {
   // (compared without regard to case).
   virtual bool FindWmiAdapter(const std::string& pnpId) = 0;
 
-  // netapi32's Netbios on a 64-bit NCB; returns its result code.
+  // Netbios of netapi32 from the system directory on a 64-bit NCB; returns
+  // its result code.
   virtual uint8_t Netbios(void* ncb) = 0;
 };
 

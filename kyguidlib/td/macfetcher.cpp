@@ -93,8 +93,11 @@ bool CMacFetcher::GetMAC(MACAddress& mac, std::vector<MACAddress>& macList) {
 bool CMacFetcher::GetMACbyAdapter(MACAddress& mac, std::vector<MACAddress>& macList) {
   static constexpr wchar_t kFunction[] = L"KyMacID::CMacFetcher::GetMACbyAdapter";
   LogEntry(kFunction);
+  // From the system directory, although the older components loaded the IP
+  // helper by its bare name: that let the search path, which a host may have
+  // changed, pick up a planted copy.
   std::unique_ptr<KyGuid::IAdapterQuery> query =
-      KyGuid::CurrentPlatform().hardware->LoadAdapterQuery(false);
+      KyGuid::CurrentPlatform().hardware->LoadAdapterQuery();
   if (!query) return false;
   std::vector<uint8_t> buffer(kAdapterBufferSize, 0);
   uint32_t size = kAdapterBufferSize;

@@ -279,10 +279,8 @@ std::unique_ptr<KyGuid::IDevice> SimulatedMachine::OpenDevice(const std::wstring
   return fail(kErrorFileNotFound);
 }
 
-std::unique_ptr<KyGuid::IAdapterQuery> SimulatedMachine::LoadAdapterQuery(
-    bool systemDirectoryOnly) {
+std::unique_ptr<KyGuid::IAdapterQuery> SimulatedMachine::LoadAdapterQuery() {
   ++adapterModuleLoads;
-  adapterModuleSystemOnly = systemDirectoryOnly;
   if (adapterApiMissing) return nullptr;
   return std::make_unique<SimAdapterQuery>(*this);
 }

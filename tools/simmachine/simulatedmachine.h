@@ -132,7 +132,6 @@ class SimulatedMachine final : public KyGuid::IHardware {
   std::vector<uint32_t> controlCodes;
   std::vector<uint32_t> adapterQuerySizes;  // the size passed to each call
   int adapterModuleLoads = 0;
-  bool adapterModuleSystemOnly = false;  // the argument of the last load
   std::vector<std::string> wmiQueries;
   std::vector<AtaRequest> ataRequests;  // SMART_RCV_DRIVE_DATA and miniport IDENTIFY
 
@@ -140,7 +139,7 @@ class SimulatedMachine final : public KyGuid::IHardware {
   std::unique_ptr<KyGuid::IDevice> OpenDevice(const std::wstring& path, uint32_t access,
                                               uint32_t share, uint32_t flags,
                                               uint32_t* error) override;
-  std::unique_ptr<KyGuid::IAdapterQuery> LoadAdapterQuery(bool systemDirectoryOnly) override;
+  std::unique_ptr<KyGuid::IAdapterQuery> LoadAdapterQuery() override;
   bool ReadNetworkString(const std::string& connectionKey, const char* valueName,
                          uint32_t maxBytes, std::string& value) override;
   bool ReadNetworkDword(const std::string& connectionKey, const char* valueName,

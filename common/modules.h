@@ -1,0 +1,19 @@
+// Run-time module loads. Every module is loaded by its full path: a bare
+// name would let the loader's search path, which the host may have changed,
+// pick up a planted copy inside a privileged process of the suite.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+namespace KyGuidUtils {
+
+// `fileName` from `dir` (a backslash is added when missing); null when the
+// folder is empty, the path would not fit in MAX_PATH or the load fails.
+HMODULE LoadModuleFromFolder(const wchar_t* dir, const wchar_t* fileName);
+
+// A Windows module from the system directory, never from anywhere else.
+HMODULE LoadSystemModule(const wchar_t* fileName);
+
+}  // namespace KyGuidUtils
