@@ -37,6 +37,20 @@ class CGuidUpdater::Temporary final : public CGuidUpdater {
   ULONG STDMETHODCALLTYPE Release() override { return 1; }
 };
 
+// Gives the update right back however the update ends, an exception
+// included: a right left with the process-wide updater would keep every
+// process of the machine from updating until this one exits.
+class CGuidUpdater::RightHolder {
+ public:
+  explicit RightHolder(CGuidUpdater& updater) : m_updater(updater) {}
+  ~RightHolder() { m_updater.UnlockUpdateRight(); }
+  RightHolder(const RightHolder&) = delete;
+  RightHolder& operator=(const RightHolder&) = delete;
+
+ private:
+  CGuidUpdater& m_updater;
+};
+
 CGuidUpdater::~CGuidUpdater() { UnlockUpdateRight(); }
 
 void CGuidUpdater::OnProcessExit() { StopAndJoin(); }
@@ -94,14 +108,16 @@ BOOL CGuidUpdater::CheckUpdateFreq() {
   return TRUE;
 }
 
-int CGuidUpdater::LockUpdateRight() {
+int CGuidUpdater::LockUpdateRight(uint32_t* createError) {
   constexpr wchar_t kFunction[] = L"KyGuid::CGuidUpdater::LockUpdateRight";
+  if (createError) *createError = 0;
   if (m_updateRight) return -1;
   // Whoever creates the event holds the right; it is never signalled or
   // waited on, and is free again once every holder has closed it.
   HANDLE event = CreateEventW(nullptr, TRUE, FALSE, kUpdateRightName);
   if (!event) {
-    DWORD error = GetLastError();
+    const DWORD error = GetLastError();
+    if (createError) *createError = error;
     KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFunction), "LockUpdateRight failed: %u",
                  static_cast<unsigned>(error));
     return -1;
@@ -130,31 +146,33 @@ unsigned CGuidUpdater::UpdateProc() {
   constexpr wchar_t kFunction[] = L"KyGuid::CGuidUpdater::UpdateProc";
   KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFunction), "guid update thread begin!");
   if (LockUpdateRight() != 1) return 0xFFFFFFFFu;
+  {
+    RightHolder right(*this);
+    std::unique_ptr<CGuidBuilder> builder = MakeBuilder(true);
+    const int result = builder->UpdateNewGuid();
+    if (result >= 0) builder->GetSequenceID();
+    LogUpdateResult(KYLOG_SITE(kFunction), result, *builder);
+    CGuidReporter reporter;
+    reporter.ReportCache();  // what earlier runs on callers' threads left behind
+    reporter.Report(result, *builder);
 
-  std::unique_ptr<CGuidBuilder> builder = MakeBuilder(true);
-  const int result = builder->UpdateNewGuid();
-  if (result >= 0) builder->GetSequenceID();
-  LogUpdateResult(result, *builder);
-  CGuidReporter reporter;
-  reporter.ReportCache();  // what earlier runs on callers' threads left behind
-  reporter.Report(result, *builder);
-
-  // Keeping the right a little longer keeps every other process of the
-  // machine from starting an update in the same minute.
-  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kFunction), "wait for %d seconds to reduce update freq!",
-               static_cast<int>(kHoldAfterUpdateMs / 1000));
-  WaitForSingleObject(StopEvent(), kHoldAfterUpdateMs);
-
-  UnlockUpdateRight();
+    // Keeping the right a little longer keeps every other process of the
+    // machine from starting an update in the same minute.
+    KyLog::Write(KyLog::kTrace, KYLOG_SITE(kFunction),
+                 "wait for %d seconds to reduce update freq!",
+                 static_cast<int>(kHoldAfterUpdateMs / 1000));
+    WaitForSingleObject(StopEvent(), kHoldAfterUpdateMs);
+  }
   KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFunction), "guid update thread end!");
   return 0;
 }
 
 int CGuidUpdater::SafeUpdateNow() {
   constexpr wchar_t kFunction[] = L"KyGuid::CGuidUpdater::SafeUpdateNow";
-  const int locked = LockUpdateRight();
+  uint32_t createError = 0;
+  const int locked = LockUpdateRight(&createError);
   if (locked == -1) {
-    KyLog::WriteError(KyLog::kWarn, GetLastError(), KYLOG_SITE(kFunction),
+    KyLog::WriteError(KyLog::kWarn, createError, KYLOG_SITE(kFunction),
                       "Lock update right failed, maybe need administrator rights!");
     return -1;
   }
@@ -172,6 +190,7 @@ int CGuidUpdater::SafeUpdateNow() {
     return 0;
   }
 
+  RightHolder right(*this);
   std::unique_ptr<CGuidBuilder> builder = MakeBuilder(true);
   const int result = builder->UpdateNewGuid();
   if (result >= 0) builder->GetSequenceID();
@@ -183,13 +202,12 @@ int CGuidUpdater::SafeUpdateNow() {
     reporter.MakeReport(result, *builder, report);
     reporter.SaveToCache(report);
   }
-  LogUpdateResult(result, *builder);
-  UnlockUpdateRight();
+  LogUpdateResult(KYLOG_SITE(kFunction), result, *builder);
   return 1;
 }
 
-void CGuidUpdater::LogUpdateResult(int result, const CGuidBuilder& builder) {
-  const KyLog::Site site = KYLOG_SITE(L"KyGuid::CGuidUpdater::LogUpdateResult");
+void CGuidUpdater::LogUpdateResult(const KyLog::Site& site, int result,
+                                   const CGuidBuilder& builder) {
   const char* oldGuid = builder.ActiveInfo().Guid.c_str();
   const char* newGuid = builder.NewInfo().Guid.c_str();
   switch (result) {

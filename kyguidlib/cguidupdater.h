@@ -8,6 +8,7 @@
 
 #include <cstdint>
 
+#include "common/kylog.h"
 #include "common/win32raii.h"
 #include "kyguidlib/cthreadbase.h"
 #include "kyguidlib/kyguidapi.h"
@@ -38,12 +39,13 @@ class CGuidUpdater : public IGuidUpdater, public KyGuidUtils::CThreadBase {
   // still busy, -1 the update right could not be taken.
   int SafeUpdateNow();
   BOOL CheckUpdateFreq();
-  // 1 taken, 0 held by another, -1 error.
-  int LockUpdateRight();
+  // 1 taken, 0 held by another, -1 error. `createError` receives the error
+  // of a failed creation of the right's event, and 0 on every other path.
+  int LockUpdateRight(uint32_t* createError = nullptr);
   void UnlockUpdateRight();
 
-  // The INFO line that tells what an update did.
-  static void LogUpdateResult(int result, const CGuidBuilder& builder);
+  // The INFO line that tells what an update did, logged at the caller's site.
+  static void LogUpdateResult(const KyLog::Site& site, int result, const CGuidBuilder& builder);
 
  protected:
   CGuidUpdater() = default;
@@ -54,6 +56,7 @@ class CGuidUpdater : public IGuidUpdater, public KyGuidUtils::CThreadBase {
 
  private:
   class Temporary;
+  class RightHolder;
 
   KyGuidUtils::UniqueHandle m_updateRight;
   uint32_t m_lastUpdateTick = 0;

@@ -128,13 +128,13 @@ TEST_F(BuilderTest, ReplacingAnotherVersionIsResult4AndReasonNamesTheLostHalf) {
   EXPECT_EQ("2", Active("Reason"));  // the disk is still here, the adapter is not
   EXPECT_EQ("3", Active("CreateIndex"));
 
-  KyGuid::CGuidUpdater::LogUpdateResult(result, m_builder);
+  KyGuid::CGuidUpdater::LogUpdateResult({L"", 0, L""}, result, m_builder);
   EXPECT_EQ(1, CountLog("version change[1==>2] guid change: bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb ==> " +
                         Active("Guid")));
 }
 
-// Indices only a damaged file holds: the next build restarts the ring at 0
-// instead of overflowing into "Build-3" or going on to "Build-4".
+// Only the largest index restarts the ring (instead of overflowing into
+// "Build-3"); any other stored index, negative ones included, counts on.
 TEST_F(BuilderTest, BuildAfterTheLargestCreateIndexRestartsTheRing) {
   MachineA();
   Stored("aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", "PID:{Gone}SN:{G1}", "Mac:{999999999999}", 2147483647,
@@ -146,9 +146,8 @@ TEST_F(BuilderTest, BuildAfterTheLargestCreateIndexRestartsTheRing) {
 
   Stored("bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb", "PID:{Gone}SN:{G1}", "Mac:{999999999999}", -5, 2);
   ASSERT_EQ(KyGuid::kResultReplacedSameVersion, Run());
-  EXPECT_EQ("0", Active("CreateIndex"));
-  EXPECT_EQ("bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb", IniRead(GuidDbPath(), "Build0", "OldGuid"));
-  EXPECT_EQ("", IniRead(GuidDbPath(), "Build-4", "Guid"));
+  EXPECT_EQ("-4", Active("CreateIndex"));
+  EXPECT_EQ("bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb", IniRead(GuidDbPath(), "Build-4", "OldGuid"));
 }
 
 TEST_F(BuilderTest, SixthBuildOverwritesBuild0) {

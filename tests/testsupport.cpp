@@ -1,5 +1,7 @@
 #include "tests/testsupport.h"
 
+#include "kyguidlib/guidpaths.h"
+
 #include <shlobj.h>
 
 #include <atomic>
@@ -63,7 +65,7 @@ bool TestFolders::GetFolder(int csidl, std::wstring& path) {
       return false;
   }
   MakeDirs(folder);
-  path.assign(folder.begin(), folder.end());
+  path = KyGuid::AnsiToWide(folder);
   return true;
 }
 
@@ -130,8 +132,7 @@ void WriteWholeFile(const std::string& path, const std::string& content) {
 }
 
 void MakeDirs(const std::string& path) {
-  std::wstring wide(path.begin(), path.end());
-  SHCreateDirectoryExW(nullptr, wide.c_str(), nullptr);
+  SHCreateDirectoryExW(nullptr, KyGuid::AnsiToWide(path).c_str(), nullptr);
 }
 
 std::string IniRead(const std::string& path, const char* section, const char* key) {

@@ -4,7 +4,9 @@
 #include <atomic>
 #include <chrono>
 
+#include "kyguidlib/cguidbuilder.h"
 #include "kyguidlib/cguidupdater.h"
+#include "kyguidlib/guidpaths.h"
 #include "kyguidlib/singletonex.h"
 #include "tests/dlltestsupport.h"
 #include "tests/testsupport.h"
@@ -39,9 +41,11 @@ class UpdaterTest : public KyGuidTest::IsolatedTest {
  protected:
   void SetUp() override {
     IsolatedTest::SetUp();
-    m_machine.AddDrive(0).descriptor =
+    m_drive = &m_machine.AddDrive(0);
+    m_drive->descriptor =
         SimulatedMachine::Descriptor("", "ST1000DM010", "CC43", "Z9A1B2C3", 11, false);
-    m_machine.AddAdapter("{NIC}", "Ethernet", {0, 0x11, 0x22, 0xAA, 0xBB, 0xCC}).pnpId = "PCI\\1";
+    m_nic = &m_machine.AddAdapter("{NIC}", "Ethernet", {0, 0x11, 0x22, 0xAA, 0xBB, 0xCC});
+    m_nic->pnpId = "PCI\\1";
   }
   bool WaitForLog(const std::string& text, int timeoutMs = 20000) {
     for (int waited = 0; waited < timeoutMs; waited += 20) {
@@ -54,6 +58,40 @@ class UpdaterTest : public KyGuidTest::IsolatedTest {
   std::string LegacyGuid() {
     return KyGuidTest::IniRead(ProfileDir() + "\\GlobalMgr.db", "Profile", "config1");
   }
+  // The line holding `text`, if it was logged by `function` of the updater.
+  bool LoggedBy(const std::string& text, const std::string& function) {
+    const std::string line = LogLineWith(text);
+    return line.find("KyGuid::CGuidUpdater::" + function +
+                     " (ftcommon\\kyguid\\kyguidlib\\cguidupdater:") != std::string::npos;
+  }
+  KyGuidSim::SimDrive* m_drive = nullptr;
+  KyGuidSim::SimAdapter* m_nic = nullptr;
+};
+
+// The machine of the test, but every device open throws, as an allocation
+// failure deep inside an update would.
+class FaultingHardware final : public KyGuid::IHardware {
+ public:
+  explicit FaultingHardware(KyGuid::IHardware& machine) : m_machine(machine) {}
+  std::unique_ptr<KyGuid::IDevice> OpenDevice(const std::wstring&, uint32_t, uint32_t, uint32_t,
+                                              uint32_t*) override {
+    throw std::bad_alloc();
+  }
+  std::unique_ptr<KyGuid::IAdapterQuery> LoadAdapterQuery() override {
+    return m_machine.LoadAdapterQuery();
+  }
+  bool ReadNetworkString(const std::string& key, const char* name, uint32_t maxBytes,
+                         std::string& value) override {
+    return m_machine.ReadNetworkString(key, name, maxBytes, value);
+  }
+  bool ReadNetworkDword(const std::string& key, const char* name, uint32_t& value) override {
+    return m_machine.ReadNetworkDword(key, name, value);
+  }
+  bool FindWmiAdapter(const std::string& pnpId) override { return m_machine.FindWmiAdapter(pnpId); }
+  uint8_t Netbios(void* ncb) override { return m_machine.Netbios(ncb); }
+
+ private:
+  KyGuid::IHardware& m_machine;
 };
 
 TEST_F(UpdaterTest, GateAllowsOneUpdatePerTwelveHoursUnlessGuidDbIsGone) {
@@ -102,6 +140,91 @@ TEST_F(UpdaterTest, SynchronousUpdateWritesTheGuidAndReleasesTheRight) {
   EXPECT_EQ(1, CountLog("guid no change: " + StoredGuid()));
   TestUpdater other;
   EXPECT_EQ(1, other.LockUpdateRight());
+}
+
+TEST_F(UpdaterTest, EachResultIsLoggedByTheMethodThatRanTheUpdate) {
+  TestUpdater updater;
+  ASSERT_EQ(1, updater.SafeUpdateNow());
+  const std::string first = StoredGuid();
+  EXPECT_TRUE(LoggedBy("first create guid: " + first, "SafeUpdateNow"));
+
+  // A new disk and a new adapter: a new GUID of the same version.
+  m_drive->descriptor = SimulatedMachine::Descriptor("", "WDC WD10", "01.0", "WX11", 11, false);
+  m_nic->present = false;
+  KyGuidSim::SimAdapter& nic2 = m_machine.AddAdapter("{NIC2}", "Ethernet", {0, 0x11, 0x22, 0, 0, 2});
+  nic2.pnpId = "PCI\\2";
+  ASSERT_EQ(1, updater.SafeUpdateNow());
+  EXPECT_TRUE(LoggedBy("guid change: " + first + " ==> " + StoredGuid(), "SafeUpdateNow"));
+
+  // Nothing to build from and nothing kept: the special GUID.
+  m_drive->openError = KyGuidSim::kErrorFileNotFound;
+  nic2.present = false;
+  for (const std::string& path :
+       {ProfileDir() + "\\Guid.db", ProfileDir() + "\\GlobalMgr.db",
+        m_folders->UserAppData() + "\\Corvane\\Greibraske\\GlobalMgr.db"}) {
+    DeleteFileA(path.c_str());
+  }
+  ASSERT_EQ(1, updater.SafeUpdateNow());
+  EXPECT_TRUE(LoggedBy("guid update error, use special guid:  ==> 00000000000000000000000000000001",
+                       "SafeUpdateNow"));
+
+  // A result no update gives still gets a line of its own.
+  KyGuid::CGuidBuilder builder;
+  const KyLog::Site site{L"ftcommon\\kyguid\\kyguidlib\\cguidupdater", 1,
+                         L"KyGuid::CGuidUpdater::UpdateProc"};
+  CGuidUpdater::LogUpdateResult(site, 7, builder);
+  EXPECT_TRUE(LoggedBy("update result=7, guid:  ==> ", "UpdateProc"));
+}
+
+TEST_F(UpdaterTest, EveryFileLandsInAFolderNamedBeyondAscii) {
+  char letter[4] = {};
+  BOOL lossy = FALSE;
+  if (WideCharToMultiByte(CP_ACP, 0, L"\u00f6", 1, letter, sizeof(letter), nullptr, &lossy) != 1 ||
+      lossy || static_cast<unsigned char>(letter[0]) < 0x80) {
+    GTEST_SKIP() << "the ANSI code page has no single byte for the letter";
+  }
+  // A per-user folder such as C:\Users\J<o-umlaut>rg\AppData, and the same
+  // letter in the common folder.
+  KyGuidTest::TestFolders folders(m_temp->Path() + "\\J" + letter + "rg");
+  KyGuid::ScopedPlatform platform({&folders, nullptr, nullptr, nullptr});
+  KyGuidTest::MakeDirs(folders.UserAppData() + "\\Corvane\\Greibraske");
+  TestUpdater updater;
+  ASSERT_EQ(1, updater.SafeUpdateNow());
+
+  const std::wstring common = KyGuid::AnsiToWide(folders.CommonAppData()) + L"\\Corvane\\Greibraske\\";
+  const std::wstring user = KyGuid::AnsiToWide(folders.UserAppData()) + L"\\Corvane\\Greibraske\\";
+  for (const std::wstring& path : {common + L"Guid.db", common + L"GlobalMgr.db",
+                                   common + L"GuidInfo.db", common + L"GuidList.db",
+                                   user + L"GlobalMgr.db"}) {
+    EXPECT_NE(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(path.c_str()))
+        << KyGuid::WideToAnsi(path);
+  }
+}
+
+TEST_F(UpdaterTest, RightThatCannotBeCreatedIsAWarningWithItsErrorCode) {
+  // Another kind of object under the right's name makes creating the event fail.
+  KyGuidUtils::UniqueHandle squatter(CreateMutexW(nullptr, FALSE, CGuidUpdater::kUpdateRightName));
+  ASSERT_TRUE(squatter.valid());
+  TestUpdater updater;
+  EXPECT_EQ(-1, updater.SafeUpdateNow());
+  const std::string line = LogLineWith("Lock update right failed, maybe need administrator rights!");
+  EXPECT_NE(std::string::npos, line.find("WARN [")) << line;
+  EXPECT_NE(std::string::npos, line.find(") err=6: ")) << line;  // ERROR_INVALID_HANDLE
+}
+
+TEST_F(UpdaterTest, AFaultInsideAnUpdateLeavesTheRightFreeForTheNextProcess) {
+  FaultingHardware faulting(m_machine);
+  KyGuid::ScopedPlatform platform({nullptr, nullptr, &faulting, nullptr});
+  TestUpdater updater;
+  ASSERT_TRUE(updater.StartUpdate());
+  EXPECT_TRUE(updater.StopUpdate());
+  EXPECT_EQ(0, CountLog("guid update thread end!"));  // it ended by the fault
+  TestUpdater next;
+  EXPECT_EQ(1, next.LockUpdateRight());
+  next.UnlockUpdateRight();
+
+  EXPECT_EQ(0xFFFFFFFFu, updater.UpdateNow());
+  EXPECT_EQ(1, next.LockUpdateRight());
 }
 
 TEST_F(UpdaterTest, SynchronousUpdateGivesUpAfterAboutAHundredMillisecondsOfRetries) {

@@ -19,7 +19,7 @@ int CGuidInfo::SetPath(const wchar_t* path) {
   KyStuck::StackScope scope("CGuidInfo::SetPath");
   HistoryFile::Location location = HistoryFile::Sibling(path, L"GuidInfo.db");
   m_pathW = location.wide;
-  m_path = location.utf8;
+  m_path = location.ansi;
   return 1;
 }
 

@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <shlwapi.h>
 
+#include "kyguidlib/guidpaths.h"
 #include "kyguidlib/td/historyfile.h"
 #include "kyguidlib/td/kystackshell.h"
 
@@ -27,10 +28,10 @@ void WriteRecord(const std::string& file, const char* section, const GuidListRec
 
 int CGuidList::SetPath(const wchar_t* globalMgrPath) {
   KyStuck::StackScope scope("CGuidList::SetPath");
-  m_sourcePath = HistoryFile::ToUtf8(globalMgrPath);
+  m_sourcePath = KyGuid::WideToAnsi(globalMgrPath ? globalMgrPath : L"");
   HistoryFile::Location location = HistoryFile::Sibling(globalMgrPath, L"GuidList.db");
   m_pathW = location.wide;
-  m_path = location.utf8;
+  m_path = location.ansi;
   return 1;
 }
 

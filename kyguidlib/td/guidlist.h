@@ -53,7 +53,7 @@ class CGuidList {
   const std::string& FilePath() const { return m_path; }
 
  private:
-  std::string m_sourcePath;  // GlobalMgr.db, UTF-8
+  std::string m_sourcePath;  // GlobalMgr.db, ANSI code page
   std::wstring m_pathW;
   std::string m_path;
   GuidListRecord m_old;

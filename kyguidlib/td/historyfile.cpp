@@ -6,6 +6,8 @@
 #include <ctime>
 #include <vector>
 
+#include "kyguidlib/guidpaths.h"
+
 namespace KyMacID {
 namespace HistoryFile {
 
@@ -16,18 +18,8 @@ Location Sibling(const wchar_t* path, const wchar_t* fileName) {
   PathAppendW(buffer, fileName);
   Location location;
   location.wide = buffer;
-  location.utf8 = ToUtf8(buffer);
+  location.ansi = KyGuid::WideToAnsi(buffer);
   return location;
-}
-
-std::string ToUtf8(const wchar_t* text) {
-  if (!text || !*text) return std::string();
-  int size = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
-  if (size <= 1) return std::string();
-  std::string result(static_cast<size_t>(size), '\0');
-  WideCharToMultiByte(CP_UTF8, 0, text, -1, &result[0], size, nullptr, nullptr);
-  result.resize(static_cast<size_t>(size) - 1);
-  return result;
 }
 
 std::string ReadString(const std::string& file, const char* section, const char* key,

@@ -7,15 +7,17 @@
 namespace KyMacID {
 namespace HistoryFile {
 
+// The narrow form is in the ANSI code page, the one the narrow profile
+// functions read paths in. The older components converted to UTF-8, which
+// sends a per-user folder whose name has a letter beyond ASCII (an accented
+// user name) to a folder of another name.
 struct Location {
   std::wstring wide;
-  std::string utf8;
+  std::string ansi;
 };
 
 // `fileName` in the folder of `path` (the folder part of a file path).
 Location Sibling(const wchar_t* path, const wchar_t* fileName);
-
-std::string ToUtf8(const wchar_t* text);
 
 // GetPrivateProfileStringA into a buffer of `bufferSize` bytes, empty default.
 std::string ReadString(const std::string& file, const char* section, const char* key,
