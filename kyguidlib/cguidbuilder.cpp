@@ -19,7 +19,6 @@ namespace {
 
 constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\cguidbuilder";
 constexpr DWORD kAncientValueBuffer = 128;
-constexpr DWORD kUserConfigBuffer = 64;  // 63 characters and the NUL
 
 int32_t Now() { return static_cast<int32_t>(time(nullptr)); }
 
@@ -142,11 +141,10 @@ int CGuidBuilder::BuildBestGuid(GuidRecord& out) const {
   if (!m_activeInfo.Guid.empty()) {
     // The matcher left the active record's indices on the devices that still
     // carry its keys; a negative one is the half that is gone.
-    // An ancient record (-1) is followed by build 0. So is any other index
-    // a damaged file may hold below 0 or at 2147483647, where adding one
-    // would leave the five history sections of the ring.
+    // Only the one index whose increment would overflow restarts the ring
+    // at 0; every other value, an ancient record's -1 among them, counts on.
     const int32_t active = m_activeInfo.CreateIndex;
-    out.CreateIndex = active >= 0 && active < INT32_MAX ? active + 1 : 0;
+    out.CreateIndex = active == INT32_MAX ? 0 : active + 1;
     out.Reason = (m_activeInfo.DiskIndex < 0 ? kReasonDiskLost : 0) +
                  (m_activeInfo.AdapterIndex < 0 ? kReasonAdapterLost : 0);
   } else {
@@ -271,33 +269,7 @@ int CGuidBuilder::UpdateGuidByAncient() {
   return kResultAncientAdopted;
 }
 
-void CGuidBuilder::GetSequenceID() {
-  // Logged under the generator's name: support reads it as part of the
-  // earlier scheme's run.
-  constexpr wchar_t kFunction[] = L"KyMacID::CSeqIDGenerator::GetSequenceID";
-  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kFunction), "enter");
-  KyMacID::SeqId id = {};
-  {
-    KyMacID::CSeqIDGenerator generator;
-    generator.GetSequenceIDImp(id);
-  }
-  m_ancientGuid = KyMacID::SeqIdToText(id);
-  if (m_newInfo.Guid.empty()) return;
-
-  // Older components read the machine id from the legacy cache: make it
-  // carry the current GUID rather than the sequence id just computed.
-  const std::string& current = m_newInfo.Guid;
-  const std::string commonPath = GetGlobalMgrFilePath();
-  if (m_ancientGuid != current && !commonPath.empty()) {
-    WritePrivateProfileStringA("Profile", "config1", current.c_str(), commonPath.c_str());
-  }
-  const std::string userDir = GetUserProfileDirA();
-  if (userDir.empty() || commonPath.empty()) return;
-  const std::string userPath = userDir + "\\GlobalMgr.db";
-  char userGuid[kUserConfigBuffer] = {};
-  GetPrivateProfileStringA("Profile", "config1", "", userGuid, kUserConfigBuffer, userPath.c_str());
-  if (current != userGuid) CopyFileA(commonPath.c_str(), userPath.c_str(), FALSE);
-}
+void CGuidBuilder::GetSequenceID() { m_ancientGuid = KyMacID::GetSequenceID(m_newInfo.Guid); }
 
 bool CGuidBuilder::DeepMatchLegacyDisk(GuidRecord& record) {
   std::vector<DiskInfo> adminRights;
@@ -326,14 +298,9 @@ bool CGuidBuilder::DeepMatchLegacyDisk(GuidRecord& record) {
   }
   if (!hit) return false;
 
-  const std::string ancientValue = record.DiskKey;
-  if (const DiskInfo* present = FindDisk(hit->Index)) {
-    BindDisk(record, *present);
-  } else {
-    BindDisk(record, *hit);
-  }
-  KyLog::Write(KyLog::kInfo, KYLOG_SITE(L"KyGuid::CGuidBuilder::DeepMatchAncientGuid"),
-               "Deepmatch find disk[%s]-->Guid[%s]", record.DiskKey.c_str(), ancientValue.c_str());
+  // Bound silently: only the present-disk pass has a line of its own.
+  const DiskInfo* present = FindDisk(hit->Index);
+  BindDisk(record, present ? *present : *hit);
   return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "common/kylog.h"
 #include "common/strutil.h"
 
 namespace {
@@ -142,8 +143,19 @@ std::string DecodeDescriptorString(const uint8_t* buffer, size_t size, uint32_t 
 }  // namespace KyGuid
 
 namespace KyMacID {
+namespace {
+
+// The legacy disk reads mark every function's entry with its full name.
+constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\td\\hddfetcher";
+
+void LogEntry(const wchar_t* function) {
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(function), "enter");
+}
+
+}  // namespace
 
 std::string ConvertToString(const uint8_t* identify512, int firstWord, int lastWord) {
+  LogEntry(L"KyMacID::ConvertToString");
   std::string text = ClampedIdentifyWords(identify512, firstWord, lastWord);
   KyGuidUtils::TrimLeadingBlanks(text);
   KyGuidUtils::TrimTrailingBlanks(text);
@@ -151,6 +163,7 @@ std::string ConvertToString(const uint8_t* identify512, int firstWord, int lastW
 }
 
 std::string flipAndCodeBytes(const uint8_t* buffer, size_t size, int offset, bool flip) {
+  LogEntry(L"KyMacID::flipAndCodeBytes");
   if (offset < 1) return std::string();
   std::string text = StringAt(buffer, size, static_cast<size_t>(offset));
   std::string result;

@@ -69,6 +69,9 @@ std::string EscapeControlCharacters(const std::string& text) {
 }
 
 void SanitizeDiskString(std::string& text) {
+  // A NUL ends the string: drives pad firmware strings with NUL bytes as
+  // well as blanks, and the padding identifies nothing.
+  text.resize(std::min(text.find('\0'), text.size()));
   std::string decoded;
   if (DecodeSwappedHex(text, decoded)) text = decoded;
   KyGuidUtils::TrimLeadingBlanks(text);

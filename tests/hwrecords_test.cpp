@@ -67,7 +67,9 @@ TEST(SanitizeDiskStringsTest, CleansEveryIdentityString) {
       {"2020", ""},
       {"  WD-WX11  ", "WD-WX11"},
       {"\tABC", "\\09ABC"},  // only blanks are trimmed
-      {std::string("A\0\x7f", 3), "A\\00\\7f"},
+      {"A\x7f", "A\\7f"},
+      {std::string("1.0\0\0\0\0\0", 8), "1.0"},  // NUL-padded firmware revision
+      {std::string("AB \0\x01Z", 6), "AB"},      // the first NUL ends the string
       {"caf\xe9", "caf\xe9"},
       {std::string(70, 'x'), std::string(64, 'x')},
       {x63 + "\x01yy", x63 + "\\01"},  // cut first, escape after: may exceed 64

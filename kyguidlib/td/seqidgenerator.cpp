@@ -13,6 +13,7 @@
 #include "common/kylog.h"
 #include "common/md5.h"
 #include "common/win32raii.h"
+#include "kyguidlib/guidpaths.h"
 #include "kyguidlib/platform.h"
 #include "kyguidlib/td/hddfetcher.h"
 #include "kyguidlib/td/kystackshell.h"
@@ -36,6 +37,7 @@ constexpr wchar_t kGetGlobalDbPath[] = L"KyMacID::CSeqIDGenerator::GetGlobalDbPa
 constexpr wchar_t kGetIDFromFile[] = L"KyMacID::CSeqIDGenerator::GetIDFromFile";
 constexpr wchar_t kSetIDToFile[] = L"KyMacID::CSeqIDGenerator::SetIDToFile";
 constexpr wchar_t kGenerateID[] = L"KyMacID::CSeqIDGenerator::GenerateID";
+constexpr wchar_t kGetSequenceID[] = L"KyMacID::CSeqIDGenerator::GetSequenceID";
 constexpr wchar_t kCreateGuidInfoFile[] = L"CGuidInfo::CreateGuidInfoFile";
 
 // Other programs of the suite read these exact places: the cache files under
@@ -48,23 +50,17 @@ constexpr wchar_t kIdFileName[] = L"\\Global.db";
 
 constexpr char kSection[] = "Profile";
 constexpr DWORD kConfigBufferSize = kDigestTextSize;
+constexpr DWORD kUserConfigBufferSize = 64;  // 63 characters and the NUL
 constexpr size_t kDigestLength = kDigestTextSize - 1;
 
 void LogEntry(const wchar_t* function) {
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(function), kEnter);
 }
 
-// Paths and profile values are narrow in the thread's ANSI code page, as the
-// older components wrote them.
-std::string ToAnsi(const wchar_t* text) {
-  if (!text || !*text) return std::string();
-  const int size = WideCharToMultiByte(CP_THREAD_ACP, 0, text, -1, nullptr, 0, nullptr, nullptr);
-  if (size <= 1) return std::string();
-  std::string result(static_cast<size_t>(size), '\0');
-  WideCharToMultiByte(CP_THREAD_ACP, 0, text, -1, &result[0], size, nullptr, nullptr);
-  result.resize(static_cast<size_t>(size) - 1);
-  return result;
-}
+// Narrow paths are in the process's ANSI code page, the one the narrow file
+// and profile functions read them in; the thread's code page, which a host
+// may have changed, would name another file.
+std::string ToAnsi(const wchar_t* text) { return KyGuid::WideToAnsi(text ? text : L""); }
 
 std::string ReadConfig(const std::string& file, const char* key) {
   char value[kConfigBufferSize] = {};
@@ -152,6 +148,34 @@ bool GetCPUBrand(std::string& brand) {
   memcpy(text, registers, sizeof(registers));
   if (text[0] != '\0') brand.assign(text);
   return !brand.empty();
+}
+
+std::string GetSequenceID(const std::string& currentGuid) {
+  // Logged under the generator's name: support reads it as part of the
+  // earlier scheme's run.
+  LogEntry(kGetSequenceID);
+  SeqId id = {};
+  {
+    CSeqIDGenerator generator;
+    generator.GetSequenceIDImp(id);
+  }
+  const std::string ancientGuid = SeqIdToText(id);
+  if (currentGuid.empty()) return ancientGuid;
+
+  // Older components read the machine id from the legacy cache: make it
+  // carry the current GUID rather than the sequence id just computed.
+  const std::string commonPath = KyGuid::GetGlobalMgrFilePath();
+  if (ancientGuid != currentGuid && !commonPath.empty()) {
+    WritePrivateProfileStringA(kSection, "config1", currentGuid.c_str(), commonPath.c_str());
+  }
+  const std::string userDir = KyGuid::GetUserProfileDirA();
+  if (userDir.empty() || commonPath.empty()) return ancientGuid;
+  const std::string userPath = userDir + "\\GlobalMgr.db";
+  char userGuid[kUserConfigBufferSize] = {};
+  GetPrivateProfileStringA(kSection, "config1", "", userGuid, kUserConfigBufferSize,
+                           userPath.c_str());
+  if (currentGuid != userGuid) CopyFileA(commonPath.c_str(), userPath.c_str(), FALSE);
+  return ancientGuid;
 }
 
 std::string SeqIdToText(const SeqId& id) {

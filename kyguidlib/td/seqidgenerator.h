@@ -105,4 +105,11 @@ class CSeqIDGenerator {
 // 32 lower-case hex digits, byte 0 first.
 std::string SeqIdToText(const SeqId& id);
 
+// What an update runs after a saving build: computes the sequence id (which
+// refreshes the earlier scheme's files) and, when `currentGuid` is not
+// empty, writes it over the id in GlobalMgr.db and copies that file over a
+// per-user one that holds another GUID, so older components read the GUID in
+// force. Returns the sequence id as text.
+std::string GetSequenceID(const std::string& currentGuid);
+
 }  // namespace KyMacID
