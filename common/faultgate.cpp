@@ -1,27 +1,19 @@
 #include "common/faultgate.h"
 
 #include <cwchar>
+#include <string>
 
+#include "common/modules.h"
 #include "common/win32raii.h"
 
 namespace KyLog {
 
 bool FaultGate::FilePath(const wchar_t* dir, wchar_t (&path)[MAX_PATH]) {
   constexpr size_t kNameLength = sizeof(kFileName) / sizeof(kFileName[0]) - 1;
-  if (dir && dir[0]) {
-    size_t length = wcslen(dir);
-    if (length + kNameLength + 1 >= MAX_PATH) return false;
-    wcscpy_s(path, dir);
-    if (path[length - 1] != L'\\') wcscat_s(path, L"\\");
-  } else {
-    // The executable's directory, keeping its trailing backslash.
-    DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
-    if (length == 0 || length >= MAX_PATH) return false;
-    wchar_t* slash = wcsrchr(path, L'\\');
-    if (!slash) return false;
-    slash[1] = L'\0';
-    if (wcslen(path) + kNameLength >= MAX_PATH) return false;
-  }
+  const std::wstring folder = dir && dir[0] ? std::wstring(dir) : KyGuidUtils::ExecutableDir();
+  if (folder.empty() || folder.size() + kNameLength + 1 >= MAX_PATH) return false;
+  wcscpy_s(path, folder.c_str());
+  if (folder.back() != L'\\') wcscat_s(path, L"\\");
   wcscat_s(path, kFileName);
   return true;
 }

@@ -16,7 +16,7 @@ class FaultGate {
   static constexpr wchar_t kFileName[] = L"LastException.dat";
   static constexpr int64_t kIntervalSeconds = 43200;
 
-  // Whether a fault at `now` (a _time64 value) may be passed on, judged by
+  // Whether a fault at `now` (seconds since 1970) may be passed on, judged by
   // the LastException.dat in `dir`, or beside the host executable when `dir`
   // is empty. When it may, `now` is recorded first. Any trouble with the
   // file refuses: a fault is then contained.

@@ -5,42 +5,21 @@
 #include <cwchar>
 #include <new>
 #include <string>
-#include <ctime>
 
+#include "common/clock.h"
 #include "common/faultgate.h"
 #include "common/faultguard.h"
 #include "common/kylog.h"
 #include "common/lazysingleton.h"
+#include "common/modules.h"
+#include "common/registrylocation.h"
 #include "common/win32raii.h"
 
 namespace KyLog {
 namespace {
 
-bool ExecutableDirectory(wchar_t (&dir)[MAX_PATH]) {
-  DWORD length = GetModuleFileNameW(nullptr, dir, MAX_PATH);
-  if (length == 0 || length >= MAX_PATH) {
-    dir[0] = L'\0';
-    return false;
-  }
-  wchar_t* slash = wcsrchr(dir, L'\\');
-  if (slash) *slash = L'\0';
-  return true;
-}
-
-// "dir\name" when it fits in MAX_PATH with `reserve` characters to spare.
-bool JoinPath(const wchar_t* dir, const wchar_t* name, size_t reserve, wchar_t (&out)[MAX_PATH]) {
-  size_t length = dir ? wcslen(dir) : 0;
-  if (length == 0 || length + reserve >= MAX_PATH) return false;
-  wcscpy_s(out, dir);
-  if (out[length - 1] != L'\\') wcscat_s(out, L"\\");
-  wcscat_s(out, name);
-  return true;
-}
-
 IKyLog* LoadLogModule(const wchar_t* dir) {
-  wchar_t path[MAX_PATH];
-  if (!JoinPath(dir, LogFacade::kModuleName, 15, path)) return nullptr;
-  HMODULE module = LoadLibraryW(path);
+  HMODULE module = KyGuidUtils::LoadModuleFromFolder(dir, LogFacade::kModuleName);
   if (!module) return nullptr;
   auto factory = KyGuidUtils::GetProcAs<GetKyLogExFn>(module, "GetKyLogEx");
   IKyLog* log = factory ? factory() : nullptr;
@@ -49,51 +28,10 @@ IKyLog* LoadLogModule(const wchar_t* dir) {
   return log;
 }
 
-bool IsWow64() {
-  using IsWow64ProcessFn = BOOL(WINAPI*)(HANDLE, PBOOL);
-  auto isWow64Process =
-      KyGuidUtils::GetProcAs<IsWow64ProcessFn>(GetModuleHandleW(L"kernel32"), "IsWow64Process");
-  BOOL wow64 = FALSE;
-  return isWow64Process && isWow64Process(GetCurrentProcess(), &wow64) && wow64;
-}
-
 }  // namespace
 
-// Reads a "ROOT\key\value" registry location into `out` (at most MAX_PATH
-// characters, always terminated). Shared with the installed-copy lookup.
-bool ReadRegistryLocation(const wchar_t* location, wchar_t (&out)[MAX_PATH]) {
-  static constexpr wchar_t kCurrentUser[] = L"HKEY_CURRENT_USER";
-  static constexpr wchar_t kLocalMachine[] = L"HKEY_LOCAL_MACHINE";
-  HKEY root;
-  const wchar_t* rest;
-  if (wcsncmp(location, kCurrentUser, 17) == 0) {
-    root = HKEY_CURRENT_USER;
-    rest = location + 17;
-  } else if (wcsncmp(location, kLocalMachine, 18) == 0) {
-    root = HKEY_LOCAL_MACHINE;
-    rest = location + 18;
-    if (*rest == L'\\') ++rest;
-  } else {
-    return false;
-  }
-  const wchar_t* lastSlash = wcsrchr(rest, L'\\');
-  if (!lastSlash) return false;
-  std::wstring keyPath(rest, lastSlash);
-  const wchar_t* valueName = lastSlash + 1;
-
-  REGSAM access = KEY_QUERY_VALUE;
-  if (IsWow64()) access |= KEY_WOW64_64KEY;
-  KyGuidUtils::UniqueRegKey key;
-  if (RegOpenKeyExW(root, keyPath.c_str(), 0, access, key.put()) != ERROR_SUCCESS) return false;
-  DWORD bytes = sizeof(out);
-  LSTATUS status = RegQueryValueExW(key.get(), valueName, nullptr, nullptr,
-                                    reinterpret_cast<BYTE*>(out), &bytes);
-  out[MAX_PATH - 1] = L'\0';
-  return status == ERROR_SUCCESS;
-}
-
 LogFacade::LogFacade() {
-  ExecutableDirectory(m_dir);
+  wcsncpy_s(m_dir, KyGuidUtils::ExecutableDir().c_str(), _TRUNCATE);
 
   HMODULE self = nullptr;
   if (GetModuleHandleExW(
@@ -106,7 +44,9 @@ LogFacade::LogFacade() {
   }
 
   m_log = LoadLogModule(m_dir);
-  if (!m_log && ReadRegistryLocation(kInstallDirLocation, m_dir)) m_log = LoadLogModule(m_dir);
+  if (!m_log && KyGuidUtils::ReadRegistryLocation(KyGuidUtils::kInstallDirLocation, m_dir)) {
+    m_log = LoadLogModule(m_dir);
+  }
   if (m_log) InitModule();
 }
 
@@ -236,7 +176,7 @@ bool LogFacade::RunGuarded(void (*call)(void*), void* context) {
 bool LogFacade::DecideFault(const EXCEPTION_RECORD*, void* facade) {
   static DebuggerFaultCounter debuggerFaults;
   if (IsDebuggerPresent()) return debuggerFaults.Handle();
-  return !FaultGate::Allow(static_cast<const LogFacade*>(facade)->m_dir, _time64(nullptr));
+  return !FaultGate::Allow(static_cast<const LogFacade*>(facade)->m_dir, KyGuidUtils::CurrentTime());
 }
 
 // --- The call-site API ----------------------------------------------------

@@ -60,13 +60,4 @@ class LogFacade {
 // Built on first use; restores the caller's last-error value.
 LogFacade* GetLogFacade();
 
-// Where the suite records its install folder, which holds its shared modules
-// and its installed copy of this library.
-inline constexpr wchar_t kInstallDirLocation[] =
-    L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Corvane\\LumarMgr\\InstallDir";
-
-// Reads a "ROOT\key\value" registry location (HKEY_LOCAL_MACHINE or
-// HKEY_CURRENT_USER) into `out`, with the 64-bit view for a WOW64 process.
-bool ReadRegistryLocation(const wchar_t* location, wchar_t (&out)[MAX_PATH]);
-
 }  // namespace KyLog

@@ -1,6 +1,7 @@
-// Run-time module loads. Every module is loaded by its full path: a bare
-// name would let the loader's search path, which the host may have changed,
-// pick up a planted copy inside a privileged process of the suite.
+// Where the host executable lives, and run-time module loads. Every module
+// is loaded by its full path: a bare name would let the loader's search
+// path, which the host may have changed, pick up a planted copy inside a
+// privileged process of the suite.
 #pragma once
 
 #include <windows.h>
@@ -8,6 +9,10 @@
 #include <string>
 
 namespace KyGuidUtils {
+
+// The host executable's folder, without a trailing backslash; empty when
+// its path does not fit in MAX_PATH.
+std::wstring ExecutableDir();
 
 // `fileName` from `dir` (a backslash is added when missing); null when the
 // folder is empty, the path would not fit in MAX_PATH or the load fails.

@@ -9,7 +9,7 @@
 #include "common/strutil.h"
 #include "kyguidlib/devicepaths.h"
 #include "kyguidlib/devicestrings.h"
-#include "kyguidlib/guidpaths.h"
+#include "kyguidlib/hdddbfile.h"
 #include "kyguidlib/hardware.h"
 #include "kyguidlib/identifyrequests.h"
 #include "kyguidlib/platform.h"
@@ -43,7 +43,6 @@ constexpr size_t kDecodedStringMax = 255;
 // Serials are checked at their first and twentieth character.
 constexpr size_t kLastSerialCheckAt = 19;
 
-constexpr DWORD kDbValueSize = 260;
 
 uint32_t ReadLe32(const uint8_t* bytes, size_t at) {
   uint32_t value;
@@ -198,23 +197,14 @@ int CAncientDiskFetcher::FetchAsScsiDrive(std::vector<DiskInfo>& disks) {
 
 int CAncientDiskFetcher::ReadRandDisk(DiskInfo& disk) {
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(kReadRandDisk), "ReadPhysicalDriveRand begin");
-  const std::string folder = GetProfileDirA();
-  if (folder.empty()) return 0;
-  const std::string path = folder + "\\HDD.db";
+  const std::string path = GetHddDbPath();
+  if (path.empty()) return 0;
+  const HddDbIdentity stored = ReadHddDb(path);
+  if (!stored.Complete()) return 0;
 
-  auto read = [&path](const char* key) {
-    char value[kDbValueSize] = {};
-    GetPrivateProfileStringA("HDD", key, "", value, kDbValueSize, path.c_str());
-    return std::string(value);
-  };
-  const std::string serial = read("SerialNumber");
-  const std::string model = read("ModelNumber");
-  const std::string revision = read("RevisionNumber");
-  if (serial.empty() || model.empty() || revision.empty()) return 0;
-
-  disk.SerialNumber = serial;
-  disk.ProductId = model;
-  disk.Revision = revision;
+  disk.SerialNumber = stored.serialNumber;
+  disk.ProductId = stored.modelNumber;
+  disk.Revision = stored.revisionNumber;
   KyLog::Write(KyLog::kInfo, KYLOG_SITE(kReadRandDisk),
                "fetch ancient rand disk, PID=%s, Rev=%s, SN=%s", disk.ProductId.c_str(),
                disk.Revision.c_str(), disk.SerialNumber.c_str());

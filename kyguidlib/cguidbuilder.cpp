@@ -2,8 +2,8 @@
 
 #include <windows.h>
 
-#include <ctime>
 
+#include "common/clock.h"
 #include "common/kylog.h"
 #include "common/md5.h"
 #include "common/strutil.h"
@@ -11,6 +11,7 @@
 #include "kyguidlib/cadapterfetcher.h"
 #include "kyguidlib/cdiskfetcher.h"
 #include "kyguidlib/cguidprofile.h"
+#include "kyguidlib/globalmgrfile.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/td/seqidgenerator.h"
 
@@ -18,15 +19,8 @@ namespace KyGuid {
 namespace {
 
 constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\cguidbuilder";
-constexpr DWORD kAncientValueBuffer = 128;
 
-int32_t Now() { return static_cast<int32_t>(time(nullptr)); }
-
-std::string ReadProfileValue(const std::string& path, const char* key) {
-  char value[kAncientValueBuffer] = {};
-  GetPrivateProfileStringA("Profile", key, "", value, kAncientValueBuffer, path.c_str());
-  return value;
-}
+int32_t Now() { return static_cast<int32_t>(KyGuidUtils::CurrentTime()); }
 
 }  // namespace
 
@@ -109,8 +103,8 @@ int CGuidBuilder::UpdateNewGuid() {
 
 bool CGuidBuilder::LoadAncientRecord() {
   if (LoadAncientGuidInfo(GetGlobalMgrFilePath(), m_activeInfo)) return true;
-  const std::string userDir = GetUserProfileDirA();
-  return !userDir.empty() && LoadAncientGuidInfo(userDir + "\\GlobalMgr.db", m_activeInfo);
+  const std::string userPath = GetUserGlobalMgrFilePath();
+  return !userPath.empty() && LoadAncientGuidInfo(userPath, m_activeInfo);
 }
 
 int CGuidBuilder::BuildBestGuid(GuidRecord& out) const {
@@ -210,8 +204,8 @@ void CGuidBuilder::SaveBuild(bool saveReplaced) {
 }
 
 int CGuidBuilder::LoadAncientGuidInfo(const std::string& path, GuidRecord& out) {
-  const std::string guid = ReadProfileValue(path, "config1");
-  if (!KyGuidUtils::IsGuidText(guid)) {
+  const GlobalMgrValues ancient = ReadGlobalMgr(path, kBuilderValueBuffer);
+  if (!KyGuidUtils::IsGuidText(ancient.id)) {
     DWORD error = GetLastError();
     if (KyLog::IsEnabled(KyLog::kInfo)) {
       KyLog::Write(KyLog::kInfo, KYLOG_SITE(L"KyGuid::CGuidBuilder::LoadAncientGuidInfo"),
@@ -221,9 +215,9 @@ int CGuidBuilder::LoadAncientGuidInfo(const std::string& path, GuidRecord& out) 
     }
     return FALSE;
   }
-  out.Guid = guid;
-  out.AdapterKey = ReadProfileValue(path, "config2");
-  out.DiskKey = ReadProfileValue(path, "config3");
+  out.Guid = ancient.id;
+  out.AdapterKey = ancient.macDigest;
+  out.DiskKey = ancient.driveDigest;
   return TRUE;
 }
 

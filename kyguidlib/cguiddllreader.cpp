@@ -8,7 +8,8 @@
 #include <string>
 
 #include "common/lazysingleton.h"
-#include "common/logfacade.h"
+#include "common/modules.h"
+#include "common/registrylocation.h"
 #include "common/win32raii.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/singletonex.h"
@@ -24,13 +25,7 @@ constexpr size_t kModuleNameLength = 12;
 LoadedCopy g_copy;
 
 GetGuidReaderFn LoadGuidModule(const wchar_t* dir, LoadedCopy& copy) {
-  const size_t length = dir ? wcslen(dir) : 0;
-  if (length == 0 || length + 14 >= MAX_PATH) return nullptr;
-  wchar_t path[MAX_PATH];
-  wcscpy_s(path, dir);
-  if (path[length - 1] != L'\\') wcscat_s(path, L"\\");
-  wcscat_s(path, kModuleName);
-  copy.m_module = LoadLibraryW(path);
+  copy.m_module = KyGuidUtils::LoadModuleFromFolder(dir, kModuleName);
   if (!copy.m_module) return nullptr;
   auto getReader = KyGuidUtils::GetProcAs<GetGuidReaderFn>(copy.m_module, "GetGuidReader");
   if (!getReader) {
@@ -57,10 +52,10 @@ GetGuidReaderFn FindGuidReaderExport(LoadedCopy& copy) {
     FreeLibrary(loaded);
   }
 
-  const std::wstring exeDir = GetExecutableDir();
+  const std::wstring exeDir = KyGuidUtils::ExecutableDir();
   if (GetGuidReaderFn getReader = LoadGuidModule(exeDir.c_str(), copy)) return getReader;
   wchar_t installDir[MAX_PATH] = {};
-  if (KyLog::ReadRegistryLocation(KyLog::kInstallDirLocation, installDir)) {
+  if (KyGuidUtils::ReadRegistryLocation(KyGuidUtils::kInstallDirLocation, installDir)) {
     return LoadGuidModule(installDir, copy);
   }
   return LoadGuidModule(exeDir.c_str(), copy);

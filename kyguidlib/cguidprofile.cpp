@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/kylog.h"
+#include "common/profilefile.h"
 #include "common/strutil.h"
 #include "kyguidlib/guidpaths.h"
 
@@ -35,19 +36,8 @@ CGuidProfile::CGuidProfile() : m_path(GetGuidFilePath()) {
                L"Create guid profile directory: %s", folder.c_str());
 }
 
-std::string CGuidProfile::ReadString(const char* section, const char* key) const {
-  std::vector<char> buffer(kValueBufferSize);
-  DWORD length = GetPrivateProfileStringA(section, key, "", buffer.data(), kValueBufferSize,
-                                          m_path.c_str());
-  return std::string(buffer.data(), length);
-}
-
-int CGuidProfile::ReadInt(const char* section, const char* key, int defaultValue) const {
-  return static_cast<int>(GetPrivateProfileIntA(section, key, defaultValue, m_path.c_str()));
-}
-
 int CGuidProfile::LoadGuidInfo(GuidRecord& out) const {
-  std::string guid = ReadString(kActiveSection, "Guid");
+  std::string guid = KyGuidUtils::ReadIniString(m_path, kActiveSection, "Guid", kValueBufferSize);
   if (!KyGuidUtils::IsGuidText(guid)) {
     DWORD error = GetLastError();
     KyLog::Write(KyLog::kInfo, KYLOG_SITE(L"KyGuid::CGuidProfile::LoadGuidInfo"),
@@ -57,24 +47,24 @@ int CGuidProfile::LoadGuidInfo(GuidRecord& out) const {
   }
   out.Guid = guid;
 
-  std::string diskKey = ReadString(kActiveSection, "DiskKey");
+  std::string diskKey = KyGuidUtils::ReadIniString(m_path, kActiveSection, "DiskKey", kValueBufferSize);
   KyGuidUtils::RemoveBlanksAfterMarker(diskKey, "PID:{");
   KyGuidUtils::RemoveBlanksAfterMarker(diskKey, "SN:{");
   out.DiskKey = diskKey;
 
-  std::string diskDetail = ReadString(kActiveSection, "DiskDetail");
+  std::string diskDetail = KyGuidUtils::ReadIniString(m_path, kActiveSection, "DiskDetail", kValueBufferSize);
   KyGuidUtils::RemoveBlanksAfterMarker(diskDetail, "PID:{");
   KyGuidUtils::RemoveBlanksAfterMarker(diskDetail, "VID:{");
   KyGuidUtils::RemoveBlanksAfterMarker(diskDetail, "SN:{");
   out.DiskDetail = diskDetail;
 
-  out.AdapterKey = ReadString(kActiveSection, "AdapterKey");
-  out.AdapterDetail = ReadString(kActiveSection, "AdapterDetail");
-  out.CreateIndex = ReadInt(kActiveSection, "CreateIndex", -1);
-  out.CreateTime = ReadInt(kActiveSection, "CreateTime", 0);
-  out.Score = ReadInt(kActiveSection, "Score", 0);
-  out.Reason = ReadInt(kActiveSection, "Reason", 0);
-  out.Version = ReadInt(kActiveSection, "Version", 0);
+  out.AdapterKey = KyGuidUtils::ReadIniString(m_path, kActiveSection, "AdapterKey", kValueBufferSize);
+  out.AdapterDetail = KyGuidUtils::ReadIniString(m_path, kActiveSection, "AdapterDetail", kValueBufferSize);
+  out.CreateIndex = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "CreateIndex", -1);
+  out.CreateTime = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "CreateTime", 0);
+  out.Score = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "Score", 0);
+  out.Reason = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "Reason", 0);
+  out.Version = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "Version", 0);
   return TRUE;
 }
 
@@ -82,8 +72,7 @@ void CGuidProfile::SaveGuidInfo(const std::string& section, const GuidRecord& re
                                 const char* keyPrefix) const {
   const std::string prefix = keyPrefix ? keyPrefix : "";
   auto write = [&](const char* key, const std::string& value) {
-    return WritePrivateProfileStringA(section.c_str(), (prefix + key).c_str(), value.c_str(),
-                                      m_path.c_str()) != FALSE;
+    return KyGuidUtils::WriteIniString(m_path, section.c_str(), (prefix + key).c_str(), value);
   };
   if (!write("Guid", record.Guid)) {
     DWORD error = GetLastError();
@@ -109,11 +98,11 @@ int CGuidProfile::SaveList(const std::string& section, const char* countKey,
                            Detail detail) const {
   char count[32];
   snprintf(count, sizeof(count), "%u", static_cast<unsigned>(records.size()));
-  if (!WritePrivateProfileStringA(section.c_str(), countKey, count, m_path.c_str())) return FALSE;
+  if (!KyGuidUtils::WriteIniString(m_path, section.c_str(), countKey, count)) return FALSE;
   for (size_t i = 0; i < records.size(); ++i) {
     char key[32];
     snprintf(key, sizeof(key), entryFormat, static_cast<unsigned>(i));
-    WritePrivateProfileStringA(section.c_str(), key, detail(records[i]).c_str(), m_path.c_str());
+    KyGuidUtils::WriteIniString(m_path, section.c_str(), key, detail(records[i]));
   }
   return TRUE;
 }
@@ -137,17 +126,17 @@ std::string CGuidProfile::BuildSectionName(int createIndex) {
 }
 
 std::string CGuidProfile::FindBuildAdapter(const std::string& text) const {
-  int index = ReadInt(kActiveSection, "CreateIndex", -1);
+  int index = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "CreateIndex", -1);
   for (int walked = 0; walked < 5 && index >= 0; ++walked, --index) {
     const std::string section = BuildSectionName(index);
-    unsigned count = static_cast<unsigned>(ReadInt(section.c_str(), "AdapterCount", 0));
+    unsigned count = static_cast<unsigned>(KyGuidUtils::ReadIniInt(m_path, section.c_str(), "AdapterCount", 0));
     // The count comes from a file anyone may have written: 4294967295 would
     // keep an update reading the file for hours. Saved lists have no gaps,
     // so the first missing entry ends the list whatever the count says.
     for (unsigned j = 0; j < count && j < kMaxListEntries; ++j) {
       char key[32];
       snprintf(key, sizeof(key), "Adapter%u", j);
-      std::string entry = ReadString(section.c_str(), key);
+      std::string entry = KyGuidUtils::ReadIniString(m_path, section.c_str(), key, kValueBufferSize);
       if (entry.empty()) break;
       if (entry.find(text) != std::string::npos) return entry;
     }

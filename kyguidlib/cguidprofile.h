@@ -46,8 +46,6 @@ class CGuidProfile {
   template <typename Record, typename Detail>
   int SaveList(const std::string& section, const char* countKey, const char* entryFormat,
                const std::vector<Record>& records, Detail detail) const;
-  std::string ReadString(const char* section, const char* key) const;
-  int ReadInt(const char* section, const char* key, int defaultValue) const;
 
   std::string m_path;
 };

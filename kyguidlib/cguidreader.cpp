@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "common/kylog.h"
+#include "common/profilefile.h"
 #include "common/strutil.h"
 #include "kyguidlib/cguidprofile.h"
 #include "kyguidlib/guidpaths.h"
@@ -70,14 +71,13 @@ void CGuidReader::UpdateGuidFromFile() {
   time = FileLastWriteTime(m_profilePath);
   if (time == m_fileTime.load(std::memory_order_relaxed)) return;
 
-  char value[kGuidValueBuffer] = {};
-  if (!m_profilePath.empty()) {
-    GetPrivateProfileStringA(CGuidProfile::kActiveSection, "Guid", "", value, kGuidValueBuffer,
-                             m_profilePath.c_str());
-  }
+  const std::string value =
+      m_profilePath.empty() ? std::string()
+                            : KyGuidUtils::ReadIniString(m_profilePath, CGuidProfile::kActiveSection,
+                                                             "Guid", kGuidValueBuffer);
   uint8_t bytes[16];
-  if (KyGuidUtils::ParseGuidBytes(value, bytes) && value[32] == '\0') {
-    StoreGuid(bytes, value);
+  if (KyGuidUtils::ParseGuidBytes(value.c_str(), bytes) && value.size() == 32) {
+    StoreGuid(bytes, value.c_str());
     KyLog::Write(KyLog::kInfo, KYLOG_SITE(L"KyGuid::CGuidReader::UpdateGuidFromFile"),
                  "read guid: %s", m_guidText);
   }

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "common/kylog.h"
+#include "common/profilefile.h"
 #include "common/md5.h"
 #include "common/strutil.h"
 #include "kyguidlib/cguidbuilder.h"
@@ -28,7 +29,7 @@ constexpr char kResultField[] = "update_result";
 // spoiled file.
 constexpr size_t kMaxSectionBytes = 1 << 20;
 
-int32_t Now() { return static_cast<int32_t>(CurrentPlatform().clock->Now()); }
+int32_t Now() { return static_cast<int32_t>(KyGuidUtils::CurrentTime()); }
 
 std::string FormatInt(int value) {
   char text[16];
@@ -58,10 +59,8 @@ std::string ExecutableFileName() {
 // two machines collide.
 std::string RandGuid() {
   const std::string path = GetGuidFilePath();
-  char stored[64] = {};
-  if (!path.empty()) {
-    GetPrivateProfileStringA(kRandSection, "Guid", "", stored, sizeof(stored), path.c_str());
-  }
+  const std::string stored =
+      path.empty() ? std::string() : KyGuidUtils::ReadIniString(path, kRandSection, "Guid", 64);
   if (KyGuidUtils::IsGuidText(stored)) return stored;
 
   GUID guid{};
@@ -69,7 +68,7 @@ std::string RandGuid() {
   std::string text = KyGuidUtils::BytesToHex(reinterpret_cast<const uint8_t*>(&guid), sizeof(guid));
   if (made && !path.empty()) {
     EnsureProfileFolder();
-    WritePrivateProfileStringA(kRandSection, "Guid", text.c_str(), path.c_str());
+    KyGuidUtils::WriteIniString(path, kRandSection, "Guid", text);
   }
   return text;
 }
@@ -143,26 +142,23 @@ void CGuidReporter::Deliver(const ReportFields& report) {
 
 BOOL CGuidReporter::SaveToCache(const ReportFields& report) {
   if (m_path.empty()) return FALSE;
-  const char* path = m_path.c_str();
   EnsureProfileFolder();
   // Wrapping after a hundred keeps the count short; the ring only needs
   // count modulo five.
-  unsigned count = GetPrivateProfileIntA(kDescSection, kCountKey, 0, path);
+  unsigned count = static_cast<unsigned>(KyGuidUtils::ReadIniInt(m_path, kDescSection, kCountKey, 0));
   if (count > kMaxCount) count = 0;
-  char text[16];
-  snprintf(text, sizeof(text), "%u", count + 1);
-  if (!WritePrivateProfileStringA(kDescSection, kCountKey, text, path)) {
+  if (!KyGuidUtils::WriteIniString(m_path, kDescSection, kCountKey, std::to_string(count + 1))) {
     KyLog::WriteError(KyLog::kWarn, GetLastError(),
                       KYLOG_SITE(L"KyGuid::CGuidReporter::SaveToCache"),
-                      "write report count failed: %s", path);
+                      "write report count failed: %s", m_path.c_str());
     return FALSE;
   }
 
   // Old keys that this report lacks stay in the section.
   const std::string section = SectionName(static_cast<int>(count % kCacheSections));
-  WritePrivateProfileStringA(section.c_str(), kTimeKey, FormatInt(Now()).c_str(), path);
+  KyGuidUtils::WriteIniString(m_path, section.c_str(), kTimeKey, FormatInt(Now()));
   for (const auto& field : report) {
-    WritePrivateProfileStringA(section.c_str(), field.first.c_str(), field.second.c_str(), path);
+    KyGuidUtils::WriteIniString(m_path, section.c_str(), field.first.c_str(), field.second);
   }
   return TRUE;
 }
@@ -170,15 +166,13 @@ BOOL CGuidReporter::SaveToCache(const ReportFields& report) {
 int CGuidReporter::LoadFromCache(std::vector<ReportFields>& list) {
   list.clear();
   if (m_path.empty()) return 0;
-  const char* path = m_path.c_str();
-  const int count = static_cast<int>(GetPrivateProfileIntA(kDescSection, kCountKey, 0, path));
+  const int count = KyGuidUtils::ReadIniInt(m_path, kDescSection, kCountKey, 0);
   if (count < 1) return 0;
 
   const int64_t now = Now();
   for (int n = std::max(count - kCacheSections, 0); n < count; ++n) {
     const std::string section = SectionName(n % kCacheSections);
-    const int32_t cachedAt =
-        static_cast<int32_t>(GetPrivateProfileIntA(section.c_str(), kTimeKey, 0, path));
+    const int32_t cachedAt = KyGuidUtils::ReadIniInt(m_path, section.c_str(), kTimeKey, 0);
     if (now - cachedAt >= kFreshSeconds) continue;
     list.push_back(ReadReportSection(m_path, section));
   }

@@ -12,6 +12,8 @@
 #include "common/kylog.h"
 #include "common/lazysingleton.h"
 #include "common/logfacade.h"
+#include "common/modules.h"
+#include "common/registrylocation.h"
 #include "common/win32raii.h"
 #include "kyguidlib/cguiddllreader.h"
 #include "kyguidlib/guidpaths.h"
@@ -46,10 +48,9 @@ CReportManager::CReportManager(const wchar_t* dir) {
 }
 
 CReportManager::CReportManager(SearchSuiteFolders) {
-  const std::wstring exeDir = KyGuid::GetExecutableDir();
-  bool loaded = Load(exeDir.c_str());
+  bool loaded = Load(KyGuidUtils::ExecutableDir().c_str());
   wchar_t installDir[MAX_PATH] = {};
-  if (!loaded && KyLog::ReadRegistryLocation(KyLog::kInstallDirLocation, installDir)) {
+  if (!loaded && KyGuidUtils::ReadRegistryLocation(KyGuidUtils::kInstallDirLocation, installDir)) {
     loaded = Load(installDir);
   }
   if (loaded) Init();
@@ -64,17 +65,13 @@ bool CReportManager::IsShutdown() const { return m_faulted != 0 || g_exiting.loa
 bool CReportManager::IsReady() const { return m_ready != 0 && m_faulted == 0; }
 
 bool CReportManager::Load(const wchar_t* dir) {
-  const size_t length = dir ? wcslen(dir) : 0;
-  if (length == 0 || length + 16 >= MAX_PATH) return false;
-  wchar_t path[MAX_PATH];
-  wcscpy_s(path, dir);
-  if (path[length - 1] != L'\\') wcscat_s(path, L"\\");
-  wcscat_s(path, kModuleName);
-  HMODULE module = LoadLibraryW(path);
+  HMODULE module = KyGuidUtils::LoadModuleFromFolder(dir, kModuleName);
   if (!module) return false;
   auto init = KyGuidUtils::GetProcAs<KyReportInitFn>(module, "KyReportInit");
   auto send = KyGuidUtils::GetProcAs<KyReportSendFn>(module, "KyReportSend");
   if (!init || !send) {
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(module, path, MAX_PATH);
     KyLog::Write(KyLog::kWarn, KYLOG_SITE(L"KyReportMgr::CReportManager::Load"),
                  L"%s lacks KyReportInit or KyReportSend, reporting is off", path);
     FreeLibrary(module);

@@ -59,6 +59,10 @@ std::string GetUserProfileDirA() { return WideToAnsi(SuiteFolder(CSIDL_APPDATA))
 std::string GetGuidFilePath() { return FileInProfileDir("Guid.db"); }
 std::string GetReportFilePath() { return FileInProfileDir("GuidReport.dat"); }
 std::string GetGlobalMgrFilePath() { return FileInProfileDir("GlobalMgr.db"); }
+std::string GetUserGlobalMgrFilePath() {
+  const std::string dir = GetUserProfileDirA();
+  return dir.empty() ? std::string() : dir + "\\GlobalMgr.db";
+}
 
 std::string GetProcessName() {
   char path[MAX_PATH] = {};
@@ -71,14 +75,5 @@ std::string GetProcessName() {
   return name;
 }
 
-std::wstring GetExecutableDir() {
-  wchar_t path[MAX_PATH] = {};
-  DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
-  if (length == 0 || length >= MAX_PATH) return std::wstring();
-  std::wstring dir(path, length);
-  size_t slash = dir.find_last_of(L'\\');
-  if (slash != std::wstring::npos) dir.erase(slash);
-  return dir;
-}
 
 }  // namespace KyGuid

@@ -13,13 +13,12 @@ std::string GetProfileDirA();
 std::string GetGuidFilePath();
 std::string GetReportFilePath();
 std::string GetGlobalMgrFilePath();
+// GlobalMgr.db in the per-user counterpart of the profile folder.
+std::string GetUserGlobalMgrFilePath();
 // The per-user counterpart of the profile folder (CSIDL_APPDATA), narrow.
 std::string GetUserProfileDirA();
 // The host executable's file name without directory and last extension.
 std::string GetProcessName();
-// The host executable's folder, without a trailing backslash; empty when the
-// path does not fit in MAX_PATH.
-std::wstring GetExecutableDir();
 
 // The file's last-write time as a 64-bit FILETIME value; 0 when the file
 // cannot be queried, so a vanished file reads as a change.

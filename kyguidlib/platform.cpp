@@ -52,3 +52,9 @@ ScopedPlatform::ScopedPlatform(const Platform& replacement) : m_previous(g_platf
 ScopedPlatform::~ScopedPlatform() { g_platform = m_previous; }
 
 }  // namespace KyGuid
+
+namespace KyGuidUtils {
+
+int64_t CurrentTime() { return KyGuid::CurrentPlatform().clock->Now(); }
+
+}  // namespace KyGuidUtils

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string>
 
+#include "common/clock.h"
+
 namespace KyGuid {
 
 class IFolders {
@@ -24,13 +26,7 @@ class ITickSource {
   virtual uint32_t GetTickCount() = 0;
 };
 
-// Wall-clock time, for ages measured across processes and restarts.
-class IClock {
- public:
-  virtual ~IClock() = default;
-  // Seconds since 1970-01-01 UTC.
-  virtual int64_t Now() = 0;
-};
+using KyGuidUtils::IClock;
 
 class IHardware;
 

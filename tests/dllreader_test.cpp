@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "common/modules.h"
 #include "kyguidlib/cguiddllreader.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/singletonex.h"
@@ -16,7 +17,7 @@ namespace {
 using KyGuid::CGuidDllReader;
 
 TEST(DllReaderTest, WithoutAnInstalledCopyEveryCallFailsWithItsBufferZeroed) {
-  const std::wstring besideTests = KyGuid::GetExecutableDir() + L"\\KyGuid64.dll";
+  const std::wstring besideTests = KyGuidUtils::ExecutableDir() + L"\\KyGuid64.dll";
   ASSERT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(besideTests.c_str()))
       << "a copy beside the tests would be found";
   CGuidDllReader* reader = KyGuidUtils::CSingletonEx<CGuidDllReader>::Instance();

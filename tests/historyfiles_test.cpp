@@ -49,7 +49,7 @@ std::vector<std::string> SortedDigests(const std::vector<std::string>& texts) {
   return std::vector<std::string>(digests.begin(), digests.end());
 }
 
-long long Now() { return static_cast<long long>(_time64(nullptr)); }
+long long Now() { return KyGuidTest::kTestTime; }
 
 class HistoryFilesTest : public KyGuidTest::IsolatedTest {
  protected:

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "common/registrylocation.h"
 #include "common/faultgate.h"
 #include "common/logfacade.h"
 #include "common/win32raii.h"
@@ -319,16 +320,16 @@ TEST(RegistryLocationTest, SplitsRootKeyAndValueAndReadsTheDirectory) {
 
   const std::wstring wideKey(key.begin(), key.end());
   wchar_t out[MAX_PATH] = {};
-  EXPECT_TRUE(KyLog::ReadRegistryLocation(
+  EXPECT_TRUE(KyGuidUtils::ReadRegistryLocation(
       (L"HKEY_LOCAL_MACHINE\\" + wideKey + L"\\InstallDir").c_str(), out));
   EXPECT_STREQ(dir, out);
-  EXPECT_FALSE(KyLog::ReadRegistryLocation(
+  EXPECT_FALSE(KyGuidUtils::ReadRegistryLocation(
       (L"HKEY_LOCAL_MACHINE\\" + wideKey + L"\\Missing").c_str(), out));
-  EXPECT_FALSE(KyLog::ReadRegistryLocation(
+  EXPECT_FALSE(KyGuidUtils::ReadRegistryLocation(
       (L"HKEY_USERS\\" + wideKey + L"\\InstallDir").c_str(), out));
   // A current-user location keeps the backslash after the root name in its
   // key path, which the registry refuses.
-  EXPECT_FALSE(KyLog::ReadRegistryLocation(
+  EXPECT_FALSE(KyGuidUtils::ReadRegistryLocation(
       (L"HKEY_CURRENT_USER\\" + wideKey + L"\\InstallDir").c_str(), out));
   RegDeleteKeyA(HKEY_LOCAL_MACHINE, key.c_str());
   RegDeleteKeyA(HKEY_CURRENT_USER, key.c_str());

@@ -8,6 +8,7 @@
 
 #include "common/md5.h"
 #include "common/strutil.h"
+#include "common/modules.h"
 #include "kyguidlib/cguidbuilder.h"
 #include "kyguidlib/cguidprofile.h"
 #include "kyguidlib/cguidreporter.h"
@@ -30,13 +31,7 @@ constexpr char kDiskKeyA[] = "PID:{ST1000DM010}SN:{Z9A1B2C3}";
 constexpr char kAdapterKeyA[] = "Mac:{001122aabbcc}";
 constexpr char kAncient[] = "0123456789abcdef0123456789abcdef";
 constexpr char kOldGuid[] = "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa";
-constexpr int64_t kStart = 1700000000;
-
-class FakeClock final : public KyGuid::IClock {
- public:
-  int64_t Now() override { return now; }
-  int64_t now = kStart;
-};
+constexpr int64_t kStart = KyGuidTest::kTestTime;
 
 std::vector<std::string> Keys(const ReportFields& report) {
   std::vector<std::string> keys;
@@ -53,14 +48,8 @@ std::string Value(const ReportFields& report, const std::string& key) {
 
 class ReporterTest : public KyGuidTest::IsolatedTest {
  protected:
-  void SetUp() override {
-    IsolatedTest::SetUp();
-    m_clockScope = std::make_unique<KyGuid::ScopedPlatform>(
-        KyGuid::Platform{nullptr, nullptr, nullptr, &m_clock});
-  }
   void TearDown() override {
     SetEnvironmentVariableA("KYREPORT_FAULT", nullptr);
-    m_clockScope.reset();
     IsolatedTest::TearDown();
   }
 
@@ -104,8 +93,6 @@ class ReporterTest : public KyGuidTest::IsolatedTest {
   std::string Active(const char* key) { return IniRead(GuidDbPath(), "ActiveGuid", key); }
   std::string CachePath() const { return ProfileDir() + "\\GuidReport.dat"; }
 
-  FakeClock m_clock;
-  std::unique_ptr<KyGuid::ScopedPlatform> m_clockScope;
   CGuidBuilder m_builder;
 };
 
@@ -320,7 +307,7 @@ TEST_F(ReporterTest, WithoutTheModuleNothingIsSentAndTheLinesAreStillLogged) {
 }
 
 TEST_F(ReporterTest, JsonLineEscapesQuotesBackslashesControlsAndEveryHighByte) {
-  CReportManager manager(KyGuid::GetExecutableDir().c_str());
+  CReportManager manager(KyGuidUtils::ExecutableDir().c_str());
   ASSERT_TRUE(manager.IsReady());
   ASSERT_TRUE(manager.Send("Ky\"Biz", {{"quote\"back\\slash", "a/b"},
                                        {"controls", "\t\n\r\x01\x1f\x7f"},
@@ -337,7 +324,7 @@ TEST_F(ReporterTest, JsonLineEscapesQuotesBackslashesControlsAndEveryHighByte) {
 TEST_F(ReporterTest, FaultingModuleIsContainedAndTurnsReportingOff) {
   for (const char* call : {"init", "send"}) {
     SetEnvironmentVariableA("KYREPORT_FAULT", call);
-    CReportManager manager(KyGuid::GetExecutableDir().c_str());
+    CReportManager manager(KyGuidUtils::ExecutableDir().c_str());
     EXPECT_FALSE(manager.Send("KyGuid", {{"update_result", "1"}})) << call;
     EXPECT_TRUE(manager.IsShutdown()) << call;
     EXPECT_FALSE(manager.IsReady()) << call;

@@ -73,7 +73,7 @@ void IsolatedTest::SetUp() {
   m_temp = std::make_unique<TempDir>();
   m_folders = std::make_unique<TestFolders>(m_temp->Path());
   m_platform = std::make_unique<KyGuid::ScopedPlatform>(
-      KyGuid::Platform{m_folders.get(), &m_ticks, &m_machine});
+      KyGuid::Platform{m_folders.get(), &m_ticks, &m_machine, &m_clock});
   SetEnvironmentVariableA("KYLOGEX_FILE", LogPath().c_str());
   SetEnvironmentVariableA("KYLOGEX_LEVEL", "6");
   SetEnvironmentVariableA("KYREPORT_FILE", ReportPath().c_str());

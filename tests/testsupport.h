@@ -49,7 +49,16 @@ class FakeTicks final : public KyGuid::ITickSource {
   uint32_t now = 1000;
 };
 
-// Fixture: fresh common and per-user application-data folders, an empty
+// A wall clock the test sets by hand, standing at kTestTime at first.
+constexpr int64_t kTestTime = 1795000000;  // 2026-11-18 07:06:40 UTC
+class FakeClock final : public KyGuidUtils::IClock {
+ public:
+  int64_t Now() override { return now; }
+  int64_t now = kTestTime;
+};
+
+// Fixture: fresh common and per-user application-data folders, a fixed
+// clock, an empty
 // simulated machine behind the hardware seam, and the substitute log module
 // (beside the executable) writing every level to a log file of this test;
 // the substitute reporting module, where present, writes to one of its own.
@@ -73,6 +82,7 @@ class IsolatedTest : public ::testing::Test {
   std::unique_ptr<TestFolders> m_folders;
   KyGuidSim::SimulatedMachine m_machine;
   FakeTicks m_ticks;
+  FakeClock m_clock;
   std::unique_ptr<KyGuid::ScopedPlatform> m_platform;
 };
 

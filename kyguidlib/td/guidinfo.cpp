@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "common/md5.h"
+#include "common/profilefile.h"
 #include "kyguidlib/td/historyfile.h"
 #include "kyguidlib/td/kystackshell.h"
 
@@ -112,12 +113,12 @@ bool CGuidInfo::IsFoundHd(const std::string& digest) const {
 
 void CGuidInfo::SaveSet(const std::set<std::string>& set, const char* section,
                         const char* keyFormat) {
-  HistoryFile::WriteString(m_path, section, "Count", std::to_string(set.size()));
+  KyGuidUtils::WriteIniString(m_path, section, "Count", std::to_string(set.size()));
   int index = 0;
   for (const std::string& element : set) {
     char key[32];
     snprintf(key, sizeof(key), keyFormat, index++);
-    HistoryFile::WriteString(m_path, section, key, element);
+    KyGuidUtils::WriteIniString(m_path, section, key, element);
   }
 }
 

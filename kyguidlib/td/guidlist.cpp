@@ -3,7 +3,9 @@
 #include <windows.h>
 #include <shlwapi.h>
 
+#include "kyguidlib/globalmgrfile.h"
 #include "kyguidlib/guidpaths.h"
+#include "common/profilefile.h"
 #include "kyguidlib/td/historyfile.h"
 #include "kyguidlib/td/kystackshell.h"
 
@@ -16,12 +18,12 @@ constexpr char kListCount[] = "ListCount";
 
 void WriteRecord(const std::string& file, const char* section, const GuidListRecord& record,
                  const std::string& time) {
-  HistoryFile::WriteString(file, section, "Guid", record.Guid);
-  HistoryFile::WriteString(file, section, "Mac", record.Mac);
-  HistoryFile::WriteString(file, section, "Hd", record.Hd);
-  HistoryFile::WriteString(file, section, "Cpu", record.Cpu);
-  HistoryFile::WriteString(file, section, "ChangeType", std::to_string(record.ChangeType));
-  HistoryFile::WriteString(file, section, "Time", time);
+  KyGuidUtils::WriteIniString(file, section, "Guid", record.Guid);
+  KyGuidUtils::WriteIniString(file, section, "Mac", record.Mac);
+  KyGuidUtils::WriteIniString(file, section, "Hd", record.Hd);
+  KyGuidUtils::WriteIniString(file, section, "Cpu", record.Cpu);
+  KyGuidUtils::WriteIniString(file, section, "ChangeType", std::to_string(record.ChangeType));
+  KyGuidUtils::WriteIniString(file, section, "Time", time);
 }
 
 }  // namespace
@@ -37,7 +39,7 @@ int CGuidList::SetPath(const wchar_t* globalMgrPath) {
 
 bool CGuidList::IsFileOk() const {
   KyStuck::StackScope scope("CGuidList::IsFileOk");
-  return !HistoryFile::ReadString(m_path, kCurGuid, "Guid", kValueBufferSize).empty();
+  return !KyGuidUtils::ReadIniString(m_path, kCurGuid, "Guid", kValueBufferSize).empty();
 }
 
 void CGuidList::CreateGuidListFile() {
@@ -45,14 +47,9 @@ void CGuidList::CreateGuidListFile() {
   if (PathFileExistsW(m_pathW.c_str()) && IsFileOk()) return;
   // A machine that had the legacy id before this file existed starts its
   // history with the record GlobalMgr.db holds.
-  auto config = [this](const char* key) {
-    return HistoryFile::ReadString(m_sourcePath, "Profile", key, kValueBufferSize);
-  };
-  const std::string guid = config("config1");
-  const std::string mac = config("config2");
-  const std::string hd = config("config3");
-  const std::string cpu = config("config4");
-  SetCurGuid(guid, mac, hd, cpu, 0);
+  const KyGuid::GlobalMgrValues legacy =
+      KyGuid::ReadGlobalMgr(m_sourcePath, KyGuid::kLegacyValueBuffer);
+  SetCurGuid(legacy.id, legacy.macDigest, legacy.driveDigest, legacy.cpuDigest, 0);
   SaveToGuidListFile();
 }
 
@@ -69,8 +66,8 @@ void CGuidList::SetOldGuid(const std::string& guid, const std::string& mac, cons
   m_old.Mac = mac;
   m_old.Hd = hd;
   m_old.Cpu = cpu;
-  m_old.ChangeType = HistoryFile::ReadInt(m_path, kCurGuid, "ChangeType", 0);
-  m_old.Time = HistoryFile::ReadString(m_path, kCurGuid, "Time", kValueBufferSize);
+  m_old.ChangeType = KyGuidUtils::ReadIniInt(m_path, kCurGuid, "ChangeType", 0);
+  m_old.Time = KyGuidUtils::ReadIniString(m_path, kCurGuid, "Time", kValueBufferSize);
   if (m_old.Time.empty()) m_old.Time = HistoryFile::NowText();
 }
 
@@ -91,8 +88,8 @@ void CGuidList::SaveToGuidListFile() {
   if (m_cur.Guid.empty() || m_cur.Mac.empty() || m_cur.Cpu.empty()) return;
   WriteRecord(m_path, kCurGuid, m_cur, HistoryFile::NowText());
   if (!m_old.Guid.empty()) {
-    const int count = HistoryFile::ReadInt(m_path, kListCount, "Count", 0);
-    HistoryFile::WriteString(m_path, kListCount, "Count", std::to_string(count + 1));
+    const int count = KyGuidUtils::ReadIniInt(m_path, kListCount, "Count", 0);
+    KyGuidUtils::WriteIniString(m_path, kListCount, "Count", std::to_string(count + 1));
     const std::string section = "GuidList_" + std::to_string(count);
     WriteRecord(m_path, section.c_str(), m_old, m_old.Time);
   }
@@ -101,18 +98,18 @@ void CGuidList::SaveToGuidListFile() {
 
 void CGuidList::SetGuidChangeFlage() {
   KyStuck::StackScope scope("CGuidList::SetGuidChangeFlage");
-  HistoryFile::WriteString(m_path, kListCount, "ChangeFlag", "1");
+  KyGuidUtils::WriteIniString(m_path, kListCount, "ChangeFlag", "1");
 }
 
 GuidListRecord CGuidList::ReadFileCurGuid() const {
   KyStuck::StackScope scope("CGuidList::ReadFileCurGuid");
   GuidListRecord record;
-  record.Guid = HistoryFile::ReadString(m_path, kCurGuid, "Guid", kValueBufferSize);
-  record.Mac = HistoryFile::ReadString(m_path, kCurGuid, "Mac", kValueBufferSize);
-  record.Hd = HistoryFile::ReadString(m_path, kCurGuid, "Hd", kValueBufferSize);
-  record.Cpu = HistoryFile::ReadString(m_path, kCurGuid, "Cpu", kValueBufferSize);
-  record.ChangeType = HistoryFile::ReadInt(m_path, kCurGuid, "ChangeType", 0);
-  record.Time = HistoryFile::ReadString(m_path, kCurGuid, "Time", kValueBufferSize);
+  record.Guid = KyGuidUtils::ReadIniString(m_path, kCurGuid, "Guid", kValueBufferSize);
+  record.Mac = KyGuidUtils::ReadIniString(m_path, kCurGuid, "Mac", kValueBufferSize);
+  record.Hd = KyGuidUtils::ReadIniString(m_path, kCurGuid, "Hd", kValueBufferSize);
+  record.Cpu = KyGuidUtils::ReadIniString(m_path, kCurGuid, "Cpu", kValueBufferSize);
+  record.ChangeType = KyGuidUtils::ReadIniInt(m_path, kCurGuid, "ChangeType", 0);
+  record.Time = KyGuidUtils::ReadIniString(m_path, kCurGuid, "Time", kValueBufferSize);
   return record;
 }
 

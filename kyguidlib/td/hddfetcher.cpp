@@ -5,13 +5,14 @@
 
 #include <cstdint>
 #include <cstring>
-#include <ctime>
 #include <memory>
 
+#include "common/clock.h"
 #include "common/kylog.h"
 #include "kyguidlib/devicepaths.h"
 #include "kyguidlib/devicestrings.h"
 #include "kyguidlib/guidpaths.h"
+#include "kyguidlib/hdddbfile.h"
 #include "kyguidlib/hardware.h"
 #include "kyguidlib/identifyrequests.h"
 #include "kyguidlib/platform.h"
@@ -41,8 +42,6 @@ constexpr size_t kProductIdOffsetAt = 16;
 constexpr size_t kRevisionOffsetAt = 20;
 constexpr size_t kSerialNumberOffsetAt = 24;
 
-constexpr char kDbSection[] = "HDD";
-constexpr DWORD kDbValueSize = 260;
 constexpr int kMinRandLetters = 8;
 constexpr int kRandLetterSpread = 25;  // 8 to 32 letters
 
@@ -112,7 +111,7 @@ class ProcessRandom {
     if (!s_seeded) {
       // The seconds of _time32, which the x64 system runtime does not
       // export; the low 32 bits of the 64-bit time are the same value.
-      s_state = static_cast<uint32_t>(time(nullptr));
+      s_state = static_cast<uint32_t>(KyGuidUtils::CurrentTime());
       s_seeded = true;
     }
     s_state = s_state * 214013u + 2531011u;
@@ -340,37 +339,28 @@ bool CHddFetcher::ReadPhysicalDriveRand(std::string& serialNumber, std::string& 
     SHCreateDirectory(nullptr, folder.c_str());
   }
   const std::string path = WideToAnsi(folder) + "\\HDD.db";
-
-  auto read = [&path](const char* key) {
-    char value[kDbValueSize] = {};
-    GetPrivateProfileStringA(kDbSection, key, "", value, kDbValueSize, path.c_str());
-    return std::string(value);
-  };
-  DriveRecord record;
-  record.SerialNumber = read("SerialNumber");
-  record.ModelNumber = read("ModelNumber");
-  record.RevisionNumber = read("RevisionNumber");
+  HddDbIdentity stored = ReadHddDb(path);
   KyLog::Write(KyLog::kInfo, KYLOG_SITE(kRand),
                "ReadPhysicalDriveRand read db serialNumber=%s, modelNumber=%s, revisionNumber=%s",
-               record.SerialNumber.c_str(), record.ModelNumber.c_str(),
-               record.RevisionNumber.c_str());
+               stored.serialNumber.c_str(), stored.modelNumber.c_str(),
+               stored.revisionNumber.c_str());
 
   // A partial identity is never completed: all three are made anew together.
-  if (record.SerialNumber.empty() || record.ModelNumber.empty() || record.RevisionNumber.empty()) {
-    RandString(record.SerialNumber);
-    RandString(record.ModelNumber);
-    RandString(record.RevisionNumber);
+  if (!stored.Complete()) {
+    RandString(stored.serialNumber);
+    RandString(stored.modelNumber);
+    RandString(stored.revisionNumber);
     KyLog::Write(KyLog::kInfo, KYLOG_SITE(kRand),
                  "ReadPhysicalDriveRand Rand serialNumber=%s, modelNumber=%s, revisionNumber=%s",
-                 record.SerialNumber.c_str(), record.ModelNumber.c_str(),
-                 record.RevisionNumber.c_str());
-    WritePrivateProfileStringA(kDbSection, "SerialNumber", record.SerialNumber.c_str(),
-                               path.c_str());
-    WritePrivateProfileStringA(kDbSection, "ModelNumber", record.ModelNumber.c_str(), path.c_str());
-    WritePrivateProfileStringA(kDbSection, "RevisionNumber", record.RevisionNumber.c_str(),
-                               path.c_str());
+                 stored.serialNumber.c_str(), stored.modelNumber.c_str(),
+                 stored.revisionNumber.c_str());
+    WriteHddDb(path, stored);
   }
 
+  DriveRecord record;
+  record.SerialNumber = stored.serialNumber;
+  record.ModelNumber = stored.modelNumber;
+  record.RevisionNumber = stored.revisionNumber;
   serialNumber = record.SerialNumber;
   modelNumber = record.ModelNumber;
   revisionNumber = record.RevisionNumber;

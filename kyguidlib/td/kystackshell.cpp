@@ -8,6 +8,7 @@
 #include <new>
 
 #include "common/lazysingleton.h"
+#include "common/modules.h"
 #include "common/win32raii.h"
 
 namespace KyStuck {
@@ -18,14 +19,8 @@ constexpr wchar_t kModuleName[] = L"KyStuck64.dll";
 // The monitor is looked for beside the host executable only: it belongs to
 // the installed suite, never to whatever folder happens to be current.
 KyGuidUtils::UniqueModule LoadBesideExecutable() {
-  wchar_t path[MAX_PATH] = {};
-  DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
-  if (length == 0 || length >= MAX_PATH) return KyGuidUtils::UniqueModule();
-  wchar_t* slash = wcsrchr(path, L'\\');
-  if (!slash) return KyGuidUtils::UniqueModule();
-  slash[1] = L'\0';
-  if (wcscat_s(path, kModuleName) != 0) return KyGuidUtils::UniqueModule();
-  return KyGuidUtils::UniqueModule(LoadLibraryW(path));
+  return KyGuidUtils::UniqueModule(
+      KyGuidUtils::LoadModuleFromFolder(KyGuidUtils::ExecutableDir().c_str(), kModuleName));
 }
 
 }  // namespace

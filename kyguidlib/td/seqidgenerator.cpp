@@ -13,6 +13,7 @@
 #include "common/kylog.h"
 #include "common/md5.h"
 #include "common/win32raii.h"
+#include "kyguidlib/globalmgrfile.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/platform.h"
 #include "kyguidlib/td/hddfetcher.h"
@@ -48,8 +49,6 @@ constexpr wchar_t kCommonIdFolder[] = L"\\Corvane\\Desktop";
 constexpr wchar_t kUserIdFolder[] = L"\\Corvane\\Greibraske";
 constexpr wchar_t kIdFileName[] = L"\\Global.db";
 
-constexpr char kSection[] = "Profile";
-constexpr DWORD kConfigBufferSize = kDigestTextSize;
 constexpr DWORD kUserConfigBufferSize = 64;  // 63 characters and the NUL
 constexpr size_t kDigestLength = kDigestTextSize - 1;
 
@@ -61,12 +60,6 @@ void LogEntry(const wchar_t* function) {
 // and profile functions read them in; the thread's code page, which a host
 // may have changed, would name another file.
 std::string ToAnsi(const wchar_t* text) { return KyGuid::WideToAnsi(text ? text : L""); }
-
-std::string ReadConfig(const std::string& file, const char* key) {
-  char value[kConfigBufferSize] = {};
-  GetPrivateProfileStringA(kSection, key, "", value, kConfigBufferSize, file.c_str());
-  return value;
-}
 
 bool FileExists(const wchar_t* path) { return PathFileExistsW(path) != FALSE; }
 
@@ -166,15 +159,13 @@ std::string GetSequenceID(const std::string& currentGuid) {
   // carry the current GUID rather than the sequence id just computed.
   const std::string commonPath = KyGuid::GetGlobalMgrFilePath();
   if (ancientGuid != currentGuid && !commonPath.empty()) {
-    WritePrivateProfileStringA(kSection, "config1", currentGuid.c_str(), commonPath.c_str());
+    KyGuid::WriteGlobalMgrId(commonPath, currentGuid);
   }
-  const std::string userDir = KyGuid::GetUserProfileDirA();
-  if (userDir.empty() || commonPath.empty()) return ancientGuid;
-  const std::string userPath = userDir + "\\GlobalMgr.db";
-  char userGuid[kUserConfigBufferSize] = {};
-  GetPrivateProfileStringA(kSection, "config1", "", userGuid, kUserConfigBufferSize,
-                           userPath.c_str());
-  if (currentGuid != userGuid) CopyFileA(commonPath.c_str(), userPath.c_str(), FALSE);
+  const std::string userPath = KyGuid::GetUserGlobalMgrFilePath();
+  if (userPath.empty() || commonPath.empty()) return ancientGuid;
+  if (currentGuid != KyGuid::ReadGlobalMgrId(userPath, kUserConfigBufferSize)) {
+    CopyFileA(commonPath.c_str(), userPath.c_str(), FALSE);
+  }
   return ancientGuid;
 }
 
@@ -299,12 +290,13 @@ bool CSeqIDGenerator::GetCacheGuid(const char* cachePath, const char* macMd5, co
                                    const char* cpuMd5, bool bMac, bool bHdd, bool bCpu,
                                    bool& bNeedCpu, SeqId& id, bool& bSameAsCache) {
   LogEntry(kGetCacheGuid);
-  const std::string path = cachePath ? cachePath : "";
-  const std::string fileGuid = ReadConfig(path, "config1");
-  const std::string fileMac = ReadConfig(path, "config2");
-  const std::string fileHd = ReadConfig(path, "config3");
-  const std::string fileCpu = ReadConfig(path, "config4");
-  const int fileVersion = static_cast<int>(GetPrivateProfileIntA(kSection, "config5", 0, path.c_str()));
+  const KyGuid::GlobalMgrValues file =
+      KyGuid::ReadGlobalMgr(cachePath ? cachePath : "", KyGuid::kLegacyValueBuffer);
+  const std::string& fileGuid = file.id;
+  const std::string& fileMac = file.macDigest;
+  const std::string& fileHd = file.driveDigest;
+  const std::string& fileCpu = file.cpuDigest;
+  const int fileVersion = file.version;
   bSameAsCache = true;
 
   KyLog::Write(KyLog::kInfo, KYLOG_SITE(kGetCacheGuid),
@@ -374,7 +366,7 @@ void CSeqIDGenerator::SaveGuidToFile(const char* macMd5, const char* hddMd5, con
                    backupPathA.c_str());
     } else {
       // The backup keeps the id before the last change, not the last write.
-      const std::string fileGuid = ReadConfig(cachePathA, "config1");
+      const std::string fileGuid = KyGuid::ReadGlobalMgrId(cachePathA, KyGuid::kLegacyValueBuffer);
       KyLog::Write(KyLog::kInfo, KYLOG_SITE(kSaveGuidToFile),
                    "commondata check guid newguid=%s, globalguid=%s", idText.c_str(),
                    fileGuid.c_str());
@@ -399,20 +391,18 @@ void CSeqIDGenerator::SaveGuidToFile(const char* macMd5, const char* hddMd5, con
 
   KyLog::Write(KyLog::kInfo, KYLOG_SITE(kSaveGuidToFile), "globalmgr path copy, szFilePath=%s",
                cachePathA.c_str());
-  KyGuidUtils::UniqueFile file = CreateForWrite(cachePath, OPEN_ALWAYS);
-  if (!file) {
+  KyGuid::GlobalMgrValues values;
+  values.id = idText;
+  values.macDigest = macMd5;
+  values.driveDigest = hddMd5;
+  values.cpuDigest = cpuMd5;
+  if (!KyGuid::WriteGlobalMgrFile(cachePath, values)) {
     KyLog::WriteError(KyLog::kError, GetLastError(), KYLOG_SITE(kSaveGuidToFile),
                       "Create cached file failed");
     return;
   }
-  // One write from the start and no end-of-file: an older, longer file keeps
-  // its tail, which the profile readers never reach past config5.
-  const std::string text = std::string("[Profile]\r\n") + "config1=" + idText + "\r\n" +
-                           "config2=" + macMd5 + "\r\n" + "config3=" + hddMd5 + "\r\n" +
-                           "config4=" + cpuMd5 + "\r\n" + "config5=1\r\n";
-  DWORD written = 0;
-  WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kSaveGuidToFile), "strFile=%s.", text.c_str());
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kSaveGuidToFile), "strFile=%s.",
+               KyGuid::GlobalMgrText(values).c_str());
 }
 
 void CSeqIDGenerator::CheckAndCopyGlobalMgr(const wchar_t* commonPath, const wchar_t* localPath) {
@@ -420,9 +410,11 @@ void CSeqIDGenerator::CheckAndCopyGlobalMgr(const wchar_t* commonPath, const wch
   if (FileExists(commonPath) || !FileExists(localPath)) return;
   const std::string commonA = ToAnsi(commonPath);
   const std::string localA = ToAnsi(localPath);
+  const KyGuid::GlobalMgrValues local = KyGuid::ReadGlobalMgr(localA, KyGuid::kLegacyValueBuffer);
   bool complete = true;
-  for (const char* key : {"config1", "config2", "config3", "config4"}) {
-    if (ReadConfig(localA, key).size() != kDigestLength) complete = false;
+  for (const std::string* value :
+       {&local.id, &local.macDigest, &local.driveDigest, &local.cpuDigest}) {
+    if (value->size() != kDigestLength) complete = false;
   }
   if (complete) {
     CopyFileW(localPath, commonPath, TRUE);

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <string>
 
+#include "common/modules.h"
 #include "common/win32raii.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/kyguidapi.h"
@@ -17,13 +18,7 @@ namespace {
 
 // The DLL beside this executable, so the tool always shows its own copy.
 HMODULE LoadLibraryBesideExecutable() {
-  wchar_t path[MAX_PATH] = {};
-  DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
-  if (length == 0 || length >= MAX_PATH) return nullptr;
-  wchar_t* slash = wcsrchr(path, L'\\');
-  if (!slash || (slash - path) + 14 >= MAX_PATH) return nullptr;
-  wcscpy(slash + 1, L"KyGuid64.dll");
-  return LoadLibraryW(path);
+  return KyGuidUtils::LoadModuleFromFolder(KyGuidUtils::ExecutableDir().c_str(), L"KyGuid64.dll");
 }
 
 struct Library {

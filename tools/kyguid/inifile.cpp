@@ -3,7 +3,8 @@
 #include <windows.h>
 
 #include <cstdlib>
-#include <vector>
+
+#include "common/profilefile.h"
 
 namespace KyGuidCli {
 namespace {
@@ -18,10 +19,7 @@ bool IniFile::Exists() const {
 }
 
 std::string IniFile::String(const std::string& section, const std::string& key) const {
-  std::vector<char> value(kValueSize);
-  const DWORD length = GetPrivateProfileStringA(section.c_str(), key.c_str(), "", value.data(),
-                                                kValueSize, m_path.c_str());
-  return std::string(value.data(), length);
+  return KyGuidUtils::ReadIniString(m_path, section.c_str(), key.c_str(), kValueSize);
 }
 
 // Parsed here rather than by the profile functions, which may turn a

@@ -1,0 +1,34 @@
+#include "kyguidlib/hdddbfile.h"
+
+#include "common/profilefile.h"
+#include "kyguidlib/guidpaths.h"
+
+namespace KyGuid {
+namespace {
+
+constexpr char kSection[] = "HDD";
+constexpr uint32_t kValueBuffer = 260;
+
+}  // namespace
+
+std::string GetHddDbPath() {
+  const std::string dir = GetProfileDirA();
+  return dir.empty() ? std::string() : dir + "\\HDD.db";
+}
+
+HddDbIdentity ReadHddDb(const std::string& path) {
+  HddDbIdentity identity;
+  identity.serialNumber = KyGuidUtils::ReadIniString(path, kSection, "SerialNumber", kValueBuffer);
+  identity.modelNumber = KyGuidUtils::ReadIniString(path, kSection, "ModelNumber", kValueBuffer);
+  identity.revisionNumber =
+      KyGuidUtils::ReadIniString(path, kSection, "RevisionNumber", kValueBuffer);
+  return identity;
+}
+
+void WriteHddDb(const std::string& path, const HddDbIdentity& identity) {
+  KyGuidUtils::WriteIniString(path, kSection, "SerialNumber", identity.serialNumber);
+  KyGuidUtils::WriteIniString(path, kSection, "ModelNumber", identity.modelNumber);
+  KyGuidUtils::WriteIniString(path, kSection, "RevisionNumber", identity.revisionNumber);
+}
+
+}  // namespace KyGuid

@@ -1,0 +1,26 @@
+// HDD.db, where the earlier scheme keeps the random drive identity it made
+// up for a machine whose drives answer no query. Only random values are
+// ever stored in it.
+//
+//   [HDD]  SerialNumber=Rand_...  ModelNumber=Rand_...  RevisionNumber=Rand_...
+#pragma once
+
+#include <string>
+
+namespace KyGuid {
+
+struct HddDbIdentity {
+  std::string serialNumber;
+  std::string modelNumber;
+  std::string revisionNumber;
+  bool Complete() const {
+    return !serialNumber.empty() && !modelNumber.empty() && !revisionNumber.empty();
+  }
+};
+
+// HDD.db in the profile folder (narrow); empty when the folder is unknown.
+std::string GetHddDbPath();
+HddDbIdentity ReadHddDb(const std::string& path);
+void WriteHddDb(const std::string& path, const HddDbIdentity& identity);
+
+}  // namespace KyGuid
