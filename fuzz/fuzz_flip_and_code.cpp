@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "kyguidlib/devicestrings.h"
+#include "kyguidlib/td/legacystrings.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider input(data, size);

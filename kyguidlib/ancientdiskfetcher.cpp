@@ -7,12 +7,9 @@
 
 #include "common/kylog.h"
 #include "common/strutil.h"
-#include "kyguidlib/devicepaths.h"
 #include "kyguidlib/devicestrings.h"
+#include "kyguidlib/devicetransport.h"
 #include "kyguidlib/hdddbfile.h"
-#include "kyguidlib/hardware.h"
-#include "kyguidlib/identifyrequests.h"
-#include "kyguidlib/platform.h"
 
 namespace KyGuid {
 namespace {
@@ -28,21 +25,21 @@ constexpr wchar_t kCalcDiskGuid[] = L"KyGuid::CAncientDiskFetcher::CalcDiskGuid"
 // A reply buffer that ends before the firmware revision field (byte 46)
 // carries no identity.
 constexpr uint32_t kMinIdentifyBytes = 46;
-// One block is both request and reply, sized as SENDCMDINPARAMS plus the
-// IDENTIFY data.
-constexpr uint32_t kSmartBlockSize = kSendCmdInSize + kIdentifyBlockSize;
 constexpr size_t kModelFieldAt = 54;  // first byte of IDENTIFY words 27-46
 
-constexpr uint32_t kPropertyQuerySize = 12;  // StorageDeviceProperty, PropertyStandardQuery
-constexpr uint32_t kDescriptorReplySize = 2048;
-constexpr size_t kProductIdOffsetAt = 16;
-constexpr size_t kRevisionOffsetAt = 20;
-constexpr size_t kSerialNumberOffsetAt = 24;
 // The earlier scheme decoded into 256-byte buffers.
 constexpr size_t kDecodedStringMax = 255;
 // Serials are checked at their first and twentieth character.
 constexpr size_t kLastSerialCheckAt = 19;
 
+// The two SMART reads of the earlier scheme. With admin rights: the full
+// register set into a separate reply, whatever the version query said. The
+// plain one: the version query must answer, and the command register alone
+// goes in one block that is both request and reply.
+constexpr SmartSweep kAdminRightsSweep{
+    kShareReadWrite, false, true, {kSendCmdInSize - 1, kIdentifyReplySize, false}};
+constexpr SmartSweep kUsingSmartSweep{
+    kShareReadWrite | kShareDelete, true, false, {kSendCmdInSize, kSendCmdInSize + kIdentifyDataSize, true}};
 
 uint32_t ReadLe32(const uint8_t* bytes, size_t at) {
   uint32_t value;
@@ -65,11 +62,26 @@ void Append(std::vector<DiskInfo>& disks, const DiskInfo& disk, const wchar_t* f
                disk.ProductId.c_str(), disk.Revision.c_str(), disk.SerialNumber.c_str());
 }
 
-std::string DecodedField(const uint8_t* descriptor, size_t offsetAt, bool swap) {
-  std::string text = DecodeDescriptorString(descriptor, kDescriptorReplySize,
-                                            ReadLe32(descriptor, offsetAt), swap);
+std::string DecodedField(const std::vector<uint8_t>& descriptor, size_t offsetAt, bool swap) {
+  std::string text = DecodeDescriptorString(descriptor.data(), descriptor.size(),
+                                            ReadLe32(descriptor.data(), offsetAt), swap);
   if (text.size() > kDecodedStringMax) text.resize(kDecodedStringMax);
   return text;
+}
+
+// The drives whose IDENTIFY reply holds at least the firmware revision;
+// failures are not logged.
+int FetchWithSmart(const SmartSweep& sweep, const wchar_t* function, std::vector<DiskInfo>& disks) {
+  int appended = 0;
+  SweepSmartIdentify(
+      sweep,
+      [&](int drive, const IdentifyReply& reply) {
+        if (reply.bufferSize <= kMinIdentifyBytes) return;
+        Append(disks, FromIdentify(drive, reply.identify.data()), function);
+        ++appended;
+      },
+      [](int, SmartStep, uint32_t) {});
+  return appended;
 }
 
 // A character past the end of the serial is the zeroed buffer behind it.
@@ -80,118 +92,44 @@ bool IsAlnumAt(const std::string& text, size_t at) {
 }  // namespace
 
 int CAncientDiskFetcher::FetchWithAdminRights(std::vector<DiskInfo>& disks) {
-  IHardware& hardware = *CurrentPlatform().hardware;
-  int appended = 0;
-  for (int drive = 0; drive < kMaxPhysicalDrives; ++drive) {
-    uint32_t error = 0;
-    std::unique_ptr<IDevice> device =
-        hardware.OpenDevice(PhysicalDrivePath(drive), kGenericRead | kGenericWrite,
-                            kShareRead | kShareWrite, 0, &error);
-    if (!device) continue;
-
-    // A failed version query leaves the map zero, which skips the drive.
-    uint8_t version[kVersionParamsSize] = {};
-    uint32_t returned = 0;
-    device->Control(kSmartGetVersion, nullptr, 0, version, sizeof(version), &returned, &error);
-    const uint8_t deviceMap = version[kVersionIdeDeviceMapAt];
-    if (deviceMap == 0) continue;
-
-    std::vector<uint8_t> request = FullIdentifyRequest(drive, IdentifyCommandFor(deviceMap, drive));
-    uint8_t reply[kIdentifyReplySize] = {};
-    if (!device->Control(kSmartReceiveDriveData, request.data(), kSendCmdInSize - 1, reply,
-                         sizeof(reply), &returned, &error) ||
-        ReplyBufferSize(reply) <= kMinIdentifyBytes) {
-      continue;
-    }
-    Append(disks, FromIdentify(drive, reply + kSendCmdOutHeaderSize), kWithAdminRights);
-    ++appended;
-  }
-  return appended;
+  return FetchWithSmart(kAdminRightsSweep, kWithAdminRights, disks);
 }
 
 int CAncientDiskFetcher::FetchUsingSmart(std::vector<DiskInfo>& disks) {
-  IHardware& hardware = *CurrentPlatform().hardware;
-  int appended = 0;
-  for (int drive = 0; drive < kMaxPhysicalDrives; ++drive) {
-    uint32_t error = 0;
-    std::unique_ptr<IDevice> device =
-        hardware.OpenDevice(PhysicalDrivePath(drive), kGenericRead | kGenericWrite,
-                            kShareRead | kShareWrite | kShareDelete, 0, &error);
-    if (!device) continue;
-
-    uint8_t version[kVersionParamsSize] = {};
-    uint32_t returned = 0;
-    if (!device->Control(kSmartGetVersion, nullptr, 0, version, sizeof(version), &returned,
-                         &error)) {
-      continue;
-    }
-    std::vector<uint8_t> block = CommandOnlyIdentifyRequest(kSmartBlockSize);
-    if (!device->Control(kSmartReceiveDriveData, block.data(), kSendCmdInSize, block.data(),
-                         kSmartBlockSize, &returned, &error) ||
-        ReplyBufferSize(block.data()) <= kMinIdentifyBytes) {
-      continue;
-    }
-    Append(disks, FromIdentify(drive, block.data() + kSendCmdOutHeaderSize), kUsingSmart);
-    ++appended;
-  }
-  return appended;
+  return FetchWithSmart(kUsingSmartSweep, kUsingSmart, disks);
 }
 
 int CAncientDiskFetcher::FetchWithZeroRights(std::vector<DiskInfo>& disks) {
-  IHardware& hardware = *CurrentPlatform().hardware;
   int appended = 0;
-  for (int drive = 0; drive < kMaxPhysicalDrives; ++drive) {
-    uint32_t error = 0;
-    std::unique_ptr<IDevice> device =
-        hardware.OpenDevice(PhysicalDrivePath(drive), 0, kShareRead | kShareWrite, 0, &error);
-    if (!device) continue;
-
-    uint8_t query[kPropertyQuerySize] = {};
-    std::vector<uint8_t> reply(kDescriptorReplySize, 0);
-    uint32_t returned = 0;
-    if (!device->Control(kIoctlStorageQueryProperty, query, sizeof(query), reply.data(),
-                         kDescriptorReplySize, &returned, &error)) {
-      continue;
-    }
+  ForEachPhysicalDrive(kQueryOnly, kShareReadWrite, [&](int drive, IDevice& device) {
+    const DescriptorReply reply = QueryStorageDescriptor(device, kLegacyDescriptorBufferSize);
+    if (!reply.ok) return;
     DiskInfo disk;
     disk.Index = drive;
-    disk.ProductId = DecodedField(reply.data(), kProductIdOffsetAt, false);
-    disk.Revision = DecodedField(reply.data(), kRevisionOffsetAt, false);
-    disk.SerialNumber = DecodedField(reply.data(), kSerialNumberOffsetAt, true);
+    disk.ProductId = DecodedField(reply.bytes, kProductIdOffsetAt, false);
+    disk.Revision = DecodedField(reply.bytes, kRevisionOffsetAt, false);
+    disk.SerialNumber = DecodedField(reply.bytes, kSerialNumberOffsetAt, true);
     // Placeholder serials (empty, blank, punctuation) identify nothing.
     if (!IsAlnumAt(disk.SerialNumber, 0) && !IsAlnumAt(disk.SerialNumber, kLastSerialCheckAt)) {
-      continue;
+      return;
     }
     Append(disks, disk, kWithZeroRights);
     ++appended;
-  }
+  });
   return appended;
 }
 
 int CAncientDiskFetcher::FetchAsScsiDrive(std::vector<DiskInfo>& disks) {
-  IHardware& hardware = *CurrentPlatform().hardware;
   int appended = 0;
-  for (int controller = 0; controller < kMaxScsiControllers; ++controller) {
-    uint32_t error = 0;
-    std::unique_ptr<IDevice> port =
-        hardware.OpenDevice(ScsiPortPath(controller), kGenericRead | kGenericWrite,
-                            kShareRead | kShareWrite, 0, &error);
-    if (!port) continue;
-
-    for (int drive = 0; drive < 2; ++drive) {
-      std::vector<uint8_t> block = MiniportIdentifyRequest(drive);
-      uint32_t returned = 0;
-      if (!port->Control(kIoctlScsiMiniport, block.data(), kMiniportInputSize, block.data(),
-                         kMiniportBlockSize, &returned, &error)) {
-        continue;
-      }
-      const uint8_t* identify = block.data() + kMiniportIdentifyAt;
-      if (identify[kModelFieldAt] == 0) continue;  // no device at this position
+  ForEachScsiPort([&](int, IDevice& port) {
+    for (int position = 0; position < kDrivesPerScsiController; ++position) {
+      const IdentifyReply reply = MiniportIdentify(port, position);
+      if (!reply.ok || reply.identify[kModelFieldAt] == 0) continue;  // no device there
       // Numbered within the controller, as the earlier scheme recorded them.
-      Append(disks, FromIdentify(drive, identify), kAsScsiDrive);
+      Append(disks, FromIdentify(position, reply.identify.data()), kAsScsiDrive);
       ++appended;
     }
-  }
+  });
   return appended;
 }
 

@@ -5,7 +5,7 @@
 
 #include "common/kylog.h"
 #include "kyguidlib/cdisksmartfetcher.h"
-#include "kyguidlib/devicepaths.h"
+#include "kyguidlib/devicetransport.h"
 #include "kyguidlib/devicestrings.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/hardware.h"
@@ -19,8 +19,6 @@ constexpr wchar_t kFetch[] = L"KyGuid::CDiskFetcher::Fetch";
 constexpr wchar_t kFetchDisk[] = L"KyGuid::CDiskFetcher::FetchDisk";
 constexpr wchar_t kUpdateSystemMask[] = L"KyGuid::CDiskFetcher::UpdateSystemMask";
 
-constexpr uint32_t kPropertyQuerySize = 12;  // StorageDeviceProperty, PropertyStandardQuery
-constexpr uint32_t kDescriptorReplySize = 4096;
 constexpr uint32_t kSectorSize = 512;
 
 // VOLUME_DISK_EXTENTS with room for 16 extents.
@@ -65,21 +63,17 @@ void CDiskFetcher::Enumerate() {
 }
 
 bool CDiskFetcher::FetchDisk(int drive, DiskInfo& disk) {
-  IHardware& hardware = *CurrentPlatform().hardware;
-  const std::wstring path = PhysicalDrivePath(drive);
-
   // Some drivers only fill in the identity strings once the disk has been
   // read; the sector itself is not needed and every failure is ignored.
   uint32_t error = 0;
-  if (auto warmUp = hardware.OpenDevice(path, kGenericRead, kShareRead, 0, &error)) {
+  if (auto warmUp = OpenPhysicalDrive(drive, kGenericRead, kShareRead, &error)) {
     uint8_t sector[kSectorSize];
     uint32_t read = 0;
     warmUp->SeekToStart();
     warmUp->Read(sector, sizeof(sector), &read);
   }
 
-  std::unique_ptr<IDevice> device =
-      hardware.OpenDevice(path, 0, kShareRead | kShareWrite, 0, &error);
+  std::unique_ptr<IDevice> device = OpenPhysicalDrive(drive, kQueryOnly, kShareReadWrite, &error);
   if (!device) {
     if (error != kErrorFileNotFound) {
       KyLog::Write(KyLog::kWarn, KYLOG_SITE(kFetchDisk), "Open Disk[%d] failed: %u", drive, error);
@@ -87,17 +81,14 @@ bool CDiskFetcher::FetchDisk(int drive, DiskInfo& disk) {
     return false;
   }
 
-  uint8_t query[kPropertyQuerySize] = {};
-  std::vector<uint8_t> reply(kDescriptorReplySize + 4, 0);
-  uint32_t returned = 0;
-  if (!device->Control(kIoctlStorageQueryProperty, query, sizeof(query), reply.data(),
-                       kDescriptorReplySize, &returned, &error)) {
+  const DescriptorReply reply = QueryStorageDescriptor(*device, kDescriptorBufferSize);
+  if (!reply.ok) {
     KyLog::Write(KyLog::kWarn, KYLOG_SITE(kFetchDisk),
-                 "IOCTL_STORAGE_QUERY_PROPERTY Disk[%d] failed: %u", drive, error);
+                 "IOCTL_STORAGE_QUERY_PROPERTY Disk[%d] failed: %u", drive, reply.error);
     return false;
   }
 
-  StorageDescriptorFields fields = ParseStorageDescriptor(reply.data(), kDescriptorReplySize);
+  StorageDescriptorFields fields = ParseStorageDescriptor(reply.bytes.data(), reply.bytes.size());
   disk.ProductId = fields.ProductId;
   disk.Revision = fields.Revision;
   disk.SerialNumber = fields.SerialNumber;

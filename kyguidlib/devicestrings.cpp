@@ -2,20 +2,13 @@
 
 #include <utility>
 
-#include "common/kylog.h"
 #include "common/strutil.h"
 
 namespace {
 
 using KyGuidUtils::IsAsciiSpace;
 
-// Little-endian STORAGE_DEVICE_DESCRIPTOR fields.
-constexpr size_t kRemovableMediaAt = 10;
-constexpr size_t kVendorIdOffsetAt = 12;
-constexpr size_t kProductIdOffsetAt = 16;
-constexpr size_t kRevisionOffsetAt = 20;
-constexpr size_t kSerialNumberOffsetAt = 24;
-constexpr size_t kBusTypeAt = 28;
+using namespace KyGuid;
 
 constexpr int kIdentifyWords = static_cast<int>(KyGuid::kIdentifyDataSize / 2);
 
@@ -26,9 +19,15 @@ uint32_t ReadLe32(const uint8_t* buffer, size_t size, size_t at) {
          static_cast<uint32_t>(buffer[at + 2]) << 16 | static_cast<uint32_t>(buffer[at + 3]) << 24;
 }
 
-// The zero-terminated string at `offset`; one that runs to the end of the
-// buffer without a terminator ends there.
-std::string StringAt(const uint8_t* buffer, size_t size, size_t offset) {
+void SwapAdjacentPairs(std::string& text) {
+  for (size_t i = 0; i + 1 < text.size(); i += 2) std::swap(text[i], text[i + 1]);
+}
+
+}  // namespace
+
+namespace KyGuid {
+
+std::string DescriptorStringAt(const uint8_t* buffer, size_t size, size_t offset) {
   std::string text;
   for (size_t i = offset; i < size && buffer[i] != 0; ++i) {
     text.push_back(static_cast<char>(buffer[i]));
@@ -36,13 +35,6 @@ std::string StringAt(const uint8_t* buffer, size_t size, size_t offset) {
   return text;
 }
 
-bool IsBlank(unsigned char c) { return c == ' '; }
-
-// Reads `text` as hex digit pairs, treating characters for which
-// `countsAsZero` holds as the digit '0'. Fails at any other non-hex
-// character and at a byte that is neither zero nor printable. The result
-// ends at its first zero byte, since the earlier scheme decoded into a C
-// string; an odd last digit forms no byte.
 bool DecodeHexText(const std::string& text, bool (*countsAsZero)(unsigned char),
                    std::string& decoded) {
   std::string bytes;
@@ -63,27 +55,19 @@ bool DecodeHexText(const std::string& text, bool (*countsAsZero)(unsigned char),
   return true;
 }
 
-void SwapAdjacentPairs(std::string& text) {
-  for (size_t i = 0; i + 1 < text.size(); i += 2) std::swap(text[i], text[i + 1]);
-}
-
-std::string ClampedIdentifyWords(const uint8_t* identify512, int firstWord, int lastWord) {
+std::string IdentifyWordRange(const uint8_t* identify512, int firstWord, int lastWord) {
   if (firstWord < 0) firstWord = 0;
   if (lastWord >= kIdentifyWords) lastWord = kIdentifyWords - 1;
   if (firstWord > lastWord) return std::string();
-  return KyGuid::IdentifySwappedString(identify512, static_cast<size_t>(firstWord) * 2,
-                                       static_cast<size_t>(lastWord - firstWord + 1));
+  return IdentifySwappedString(identify512, static_cast<size_t>(firstWord) * 2,
+                               static_cast<size_t>(lastWord - firstWord + 1));
 }
-
-}  // namespace
-
-namespace KyGuid {
 
 StorageDescriptorFields ParseStorageDescriptor(const uint8_t* buffer, size_t size) {
   auto stringAtOffsetField = [buffer, size](size_t fieldAt) {
     uint32_t offset = ReadLe32(buffer, size, fieldAt);
-    if (offset < 1 || offset >= kStorageDescriptorBufferSize) return std::string();
-    return StringAt(buffer, size, offset);
+    if (offset < 1 || offset >= kDescriptorBufferSize) return std::string();
+    return DescriptorStringAt(buffer, size, offset);
   };
   StorageDescriptorFields fields;
   fields.ProductId = stringAtOffsetField(kProductIdOffsetAt);
@@ -107,14 +91,14 @@ std::string IdentifySwappedString(const uint8_t* identify512, size_t byteOffset,
 }
 
 std::string GetIdentifyString(const uint8_t* identify512, int firstWord, int lastWord) {
-  std::string text = ClampedIdentifyWords(identify512, firstWord, lastWord);
+  std::string text = IdentifyWordRange(identify512, firstWord, lastWord);
   KyGuidUtils::TrimTrailingBlanks(text);
   return text;
 }
 
 std::string DecodeDescriptorString(const uint8_t* buffer, size_t size, uint32_t offset, bool swap) {
   if (offset == 0) return std::string();
-  std::string text = StringAt(buffer, size, offset);
+  std::string text = DescriptorStringAt(buffer, size, offset);
   std::string result;
   if (!DecodeHexText(text, IsAsciiSpace, result)) {
     result = text;
@@ -141,40 +125,3 @@ std::string DecodeDescriptorString(const uint8_t* buffer, size_t size, uint32_t 
 }
 
 }  // namespace KyGuid
-
-namespace KyMacID {
-namespace {
-
-// The legacy disk reads mark every function's entry with its full name.
-constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\td\\hddfetcher";
-
-void LogEntry(const wchar_t* function) {
-  KyLog::Write(KyLog::kTrace, KYLOG_SITE(function), "enter");
-}
-
-}  // namespace
-
-std::string ConvertToString(const uint8_t* identify512, int firstWord, int lastWord) {
-  LogEntry(L"KyMacID::ConvertToString");
-  std::string text = ClampedIdentifyWords(identify512, firstWord, lastWord);
-  KyGuidUtils::TrimLeadingBlanks(text);
-  KyGuidUtils::TrimTrailingBlanks(text);
-  return text;
-}
-
-std::string flipAndCodeBytes(const uint8_t* buffer, size_t size, int offset, bool flip) {
-  LogEntry(L"KyMacID::flipAndCodeBytes");
-  if (offset < 1) return std::string();
-  std::string text = StringAt(buffer, size, static_cast<size_t>(offset));
-  std::string result;
-  // Unlike DecodeDescriptorString: only the blank stands for '0', and text
-  // that is not hex is taken as it is, printable or not.
-  if (!DecodeHexText(text, IsBlank, result)) result = text;
-  // An odd last character has no partner and stays where it is.
-  if (flip) SwapAdjacentPairs(result);
-  KyGuidUtils::TrimLeadingBlanks(result);
-  KyGuidUtils::TrimTrailingBlanks(result);
-  return result;
-}
-
-}  // namespace KyMacID

@@ -1,21 +1,18 @@
 // Decoders for the bytes that storage drivers hand back: the storage device
 // descriptor and the 512-byte ATA IDENTIFY block. The bytes are untrusted, so
 // nothing here reads outside the buffer it is given, whatever the offsets in
-// it say. The older decoders reproduce the exact strings the earlier
-// identifier scheme hashed, quirks included, because stored disk GUIDs
-// depend on them.
+// it say. The ancient disk reads' decoders reproduce the exact strings the
+// earlier identifier scheme hashed, quirks included, because stored disk
+// GUIDs depend on them.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
-namespace KyGuid {
+#include "kyguidlib/devicerequests.h"
 
-// The disk fetcher reads the descriptor into a buffer of this size; string
-// offsets outside it are ignored.
-constexpr size_t kStorageDescriptorBufferSize = 4096;
-constexpr size_t kIdentifyDataSize = 512;
+namespace KyGuid {
 
 // What the disk fetcher takes from a STORAGE_DEVICE_DESCRIPTOR. Strings are
 // raw: SanitizeDiskStrings still has to run on them.
@@ -39,21 +36,24 @@ std::string IdentifySwappedString(const uint8_t* identify512, size_t byteOffset,
 // blanks removed; leading blanks stay, as the earlier scheme hashed them.
 std::string GetIdentifyString(const uint8_t* identify512, int firstWord, int lastWord);
 
+// The zero-terminated string at `offset` of a descriptor; one that runs to
+// the end of the buffer without a terminator ends there.
+std::string DescriptorStringAt(const uint8_t* buffer, size_t size, size_t offset);
+
+// Reads `text` as hex digit pairs, treating characters for which
+// `countsAsZero` holds as the digit '0'. Fails at any other non-hex
+// character and at a byte that is neither zero nor printable. The result
+// ends at its first zero byte, since the earlier scheme decoded into a C
+// string; an odd last digit forms no byte.
+bool DecodeHexText(const std::string& text, bool (*countsAsZero)(unsigned char),
+                   std::string& decoded);
+
+// Words `firstWord`..`lastWord` (inclusive, clamped to the block) in reading
+// order, every byte kept.
+std::string IdentifyWordRange(const uint8_t* identify512, int firstWord, int lastWord);
+
 // A descriptor string that a driver may have given as hex text; `swap`
 // undoes word-swapped byte order. Offset 0 means no string.
 std::string DecodeDescriptorString(const uint8_t* buffer, size_t size, uint32_t offset, bool swap);
 
 }  // namespace KyGuid
-
-namespace KyMacID {
-
-// Words `firstWord`..`lastWord` of the IDENTIFY block, high byte first,
-// blanks trimmed at both ends.
-std::string ConvertToString(const uint8_t* identify512, int firstWord, int lastWord);
-
-// The legacy scheme's reading of a descriptor string: like
-// KyGuid::DecodeDescriptorString, but with its own notion of blank, no
-// printable check on plain text and a flip that keeps an odd last character.
-std::string flipAndCodeBytes(const uint8_t* buffer, size_t size, int offset, bool flip);
-
-}  // namespace KyMacID

@@ -9,8 +9,7 @@
 
 #include <cstdio>
 
-#include "kyguidlib/devicepaths.h"
-#include "kyguidlib/identifyrequests.h"
+#include "kyguidlib/devicerequests.h"
 #include "kyguidlib/td/hddfetcher.h"
 #include "tests/testsupport.h"
 

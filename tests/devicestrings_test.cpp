@@ -1,4 +1,5 @@
 #include "kyguidlib/devicestrings.h"
+#include "kyguidlib/td/legacystrings.h"
 
 #include <gtest/gtest.h>
 
@@ -27,7 +28,7 @@ void PutString(std::vector<uint8_t>& buffer, size_t at, const std::string& text)
 
 std::vector<uint8_t> Descriptor(uint32_t vendorAt, uint32_t productAt, uint32_t revisionAt,
                                 uint32_t serialAt) {
-  std::vector<uint8_t> buffer(KyGuid::kStorageDescriptorBufferSize);
+  std::vector<uint8_t> buffer(KyGuid::kDescriptorBufferSize);
   PutLe32(buffer, 12, vendorAt);
   PutLe32(buffer, 16, productAt);
   PutLe32(buffer, 20, revisionAt);

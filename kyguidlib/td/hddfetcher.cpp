@@ -9,13 +9,11 @@
 
 #include "common/clock.h"
 #include "common/kylog.h"
-#include "kyguidlib/devicepaths.h"
 #include "kyguidlib/devicestrings.h"
+#include "kyguidlib/td/legacystrings.h"
+#include "kyguidlib/devicetransport.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/hdddbfile.h"
-#include "kyguidlib/hardware.h"
-#include "kyguidlib/identifyrequests.h"
-#include "kyguidlib/platform.h"
 
 namespace KyMacID {
 namespace {
@@ -36,11 +34,23 @@ constexpr wchar_t kDrivePorts[] = L"KyMacID::CHddFetcher::ReadDrivePortsDirectly
 // Every function marks its entry with a TRACE line carrying its full name.
 constexpr char kEnter[] = "enter";
 
-constexpr uint32_t kPropertyQuerySize = 12;  // StorageDeviceProperty, PropertyStandardQuery
-constexpr uint32_t kDescriptorReplySize = 2048;
-constexpr size_t kProductIdOffsetAt = 16;
-constexpr size_t kRevisionOffsetAt = 20;
-constexpr size_t kSerialNumberOffsetAt = 24;
+// The two SMART readers differ only in these.
+struct SmartReader {
+  const wchar_t* function;
+  SmartSweep sweep;
+  const char* versionFailed;   // with the drive number and the error
+  const char* identifyFailed;  // likewise
+};
+constexpr SmartReader kAdminRightsReader{
+    kWithAdminRights,
+    {kShareReadWrite, true, true, {kSendCmdInSize - 1, kIdentifyReplySize, false}},
+    "fetch disk[%d], DFP_GET_VERSION failed: %u",
+    "fetch disk[%d], DoIDENTIFY failed: %u"};
+constexpr SmartReader kSmartReader{
+    kUsingSmart,
+    {kShareReadWrite, true, false, {kSendCmdInSize, kIdentifyReplySize, false}},
+    "fetch disk[%d], SMART_GET_VERSION failed: %u",
+    "fetch disk[%d], SMART_RCV_DRIVE_DATA failed: %u"};
 
 constexpr int kMinRandLetters = 8;
 constexpr int kRandLetterSpread = 25;  // 8 to 32 letters
@@ -94,10 +104,19 @@ void LogDrive(const wchar_t* function, int drive, const DriveRecord& record) {
                record.SerialNumber.c_str());
 }
 
-std::unique_ptr<IDevice> OpenDrive(int drive, uint32_t access) {
-  uint32_t error = 0;
-  return CurrentPlatform().hardware->OpenDevice(PhysicalDrivePath(drive), access,
-                                                kShareRead | kShareWrite, 0, &error);
+void ReadSmart(const SmartReader& reader, Findings& found) {
+  SweepSmartIdentify(
+      reader.sweep,
+      [&](int drive, const IdentifyReply& reply) {
+        DriveRecord record = FromIdentify(reply.identify.data());
+        found.Add(record);
+        LogDrive(reader.function, drive, record);
+      },
+      [&](int drive, SmartStep step, uint32_t error) {
+        KyLog::Write(KyLog::kWarn, KYLOG_SITE(reader.function),
+                     step == SmartStep::kVersion ? reader.versionFailed : reader.identifyFailed,
+                     drive, error);
+      });
 }
 
 // The runtime's rand() keeps its state per thread, so seeding it once would
@@ -192,34 +211,7 @@ bool CHddFetcher::ReadPhysicalDriveInNTWithAdminRights(std::string& serialNumber
                                                        std::vector<DriveRecord>& drives) {
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(kWithAdminRights), kEnter);
   Findings found(serialNumber, modelNumber, revisionNumber, drives);
-  for (int drive = 0; drive < kMaxPhysicalDrives; ++drive) {
-    std::unique_ptr<IDevice> device = OpenDrive(drive, kGenericRead | kGenericWrite);
-    if (!device) continue;
-
-    uint8_t version[kVersionParamsSize] = {};
-    uint32_t returned = 0;
-    uint32_t error = 0;
-    if (!device->Control(kSmartGetVersion, nullptr, 0, version, sizeof(version), &returned,
-                         &error)) {
-      KyLog::Write(KyLog::kWarn, KYLOG_SITE(kWithAdminRights),
-                   "fetch disk[%d], DFP_GET_VERSION failed: %u", drive, error);
-      continue;
-    }
-    const uint8_t deviceMap = version[kVersionIdeDeviceMapAt];
-    if (deviceMap == 0) continue;  // no IDE device behind this handle
-
-    std::vector<uint8_t> request = FullIdentifyRequest(drive, IdentifyCommandFor(deviceMap, drive));
-    uint8_t reply[kIdentifyReplySize] = {};
-    if (!device->Control(kSmartReceiveDriveData, request.data(), kSendCmdInSize - 1, reply,
-                         sizeof(reply), &returned, &error)) {
-      KyLog::Write(KyLog::kWarn, KYLOG_SITE(kWithAdminRights),
-                   "fetch disk[%d], DoIDENTIFY failed: %u", drive, error);
-      continue;
-    }
-    DriveRecord record = FromIdentify(reply + kSendCmdOutHeaderSize);
-    found.Add(record);
-    LogDrive(kWithAdminRights, drive, record);
-  }
+  ReadSmart(kAdminRightsReader, found);
   return found.Any();
 }
 
@@ -228,31 +220,23 @@ bool CHddFetcher::ReadIdeDriveAsScsiDriveInNT(std::string& serialNumber, std::st
                                               std::vector<DriveRecord>& drives) {
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(kAsScsiDrive), kEnter);
   Findings found(serialNumber, modelNumber, revisionNumber, drives);
-  for (int controller = 0; controller < kMaxScsiControllers; ++controller) {
-    uint32_t error = 0;
-    std::unique_ptr<IDevice> port = CurrentPlatform().hardware->OpenDevice(
-        ScsiPortPath(controller), kGenericRead | kGenericWrite, kShareRead | kShareWrite, 0,
-        &error);
-    if (!port) continue;
-
-    for (int drive = 0; drive < 2; ++drive) {
-      std::vector<uint8_t> block = MiniportIdentifyRequest(drive);
-      uint32_t returned = 0;
-      if (!port->Control(kIoctlScsiMiniport, block.data(), kMiniportInputSize, block.data(),
-                         kMiniportBlockSize, &returned, &error)) {
+  ForEachScsiPort([&](int controller, IDevice& port) {
+    for (int drive = 0; drive < kDrivesPerScsiController; ++drive) {
+      const IdentifyReply reply = MiniportIdentify(port, drive);
+      if (!reply.ok) {
         KyLog::Write(KyLog::kWarn, KYLOG_SITE(kAsScsiDrive),
                      "fetch disk IOCTL_SCSI_MINIPORT failed: scsi%d:%d, error=%u", controller,
-                     drive, error);
+                     drive, reply.error);
         continue;
       }
-      DriveRecord record = FromIdentify(block.data() + kMiniportIdentifyAt);
+      DriveRecord record = FromIdentify(reply.identify.data());
       found.Add(record);
       KyLog::Write(KyLog::kInfo, KYLOG_SITE(kAsScsiDrive),
                    "fetch disk(scsi%d:%d),  PID=%s, VID=%s, SN=%s", controller, drive,
                    record.ModelNumber.c_str(), record.RevisionNumber.c_str(),
                    record.SerialNumber.c_str());
     }
-  }
+  });
   return found.Any();
 }
 
@@ -262,29 +246,21 @@ bool CHddFetcher::ReadPhysicalDriveInNTWithZeroRights(std::string& serialNumber,
                                                       std::vector<DriveRecord>& drives) {
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(kWithZeroRights), kEnter);
   Findings found(serialNumber, modelNumber, revisionNumber, drives);
-  for (int drive = 0; drive < kMaxPhysicalDrives; ++drive) {
-    std::unique_ptr<IDevice> device = OpenDrive(drive, 0);
-    if (!device) continue;
-
-    uint8_t query[kPropertyQuerySize] = {};
-    std::vector<uint8_t> reply(kDescriptorReplySize, 0);
-    uint32_t returned = 0;
-    uint32_t error = 0;
-    if (!device->Control(kIoctlStorageQueryProperty, query, sizeof(query), reply.data(),
-                         kDescriptorReplySize, &returned, &error)) {
-      continue;
-    }
-    const uint8_t* descriptor = reply.data();
+  ForEachPhysicalDrive(kQueryOnly, kShareReadWrite, [&](int drive, IDevice& device) {
+    const DescriptorReply reply = QueryStorageDescriptor(device, kLegacyDescriptorBufferSize);
+    if (!reply.ok) return;
+    const uint8_t* descriptor = reply.bytes.data();
+    const size_t size = reply.bytes.size();
     DriveRecord record;
-    record.ModelNumber = flipAndCodeBytes(descriptor, kDescriptorReplySize,
-                                          ReadLe32(descriptor, kProductIdOffsetAt), false);
-    record.RevisionNumber = flipAndCodeBytes(descriptor, kDescriptorReplySize,
-                                             ReadLe32(descriptor, kRevisionOffsetAt), false);
-    record.SerialNumber = flipAndCodeBytes(descriptor, kDescriptorReplySize,
-                                           ReadLe32(descriptor, kSerialNumberOffsetAt), true);
+    record.ModelNumber =
+        flipAndCodeBytes(descriptor, size, ReadLe32(descriptor, kProductIdOffsetAt), false);
+    record.RevisionNumber =
+        flipAndCodeBytes(descriptor, size, ReadLe32(descriptor, kRevisionOffsetAt), false);
+    record.SerialNumber =
+        flipAndCodeBytes(descriptor, size, ReadLe32(descriptor, kSerialNumberOffsetAt), true);
     found.Add(record);
     LogDrive(kWithZeroRights, drive, record);
-  }
+  });
   return found.Any();
 }
 
@@ -294,31 +270,7 @@ bool CHddFetcher::ReadPhysicalDriveInNTUsingSmart(std::string& serialNumber,
                                                   std::vector<DriveRecord>& drives) {
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(kUsingSmart), kEnter);
   Findings found(serialNumber, modelNumber, revisionNumber, drives);
-  for (int drive = 0; drive < kMaxPhysicalDrives; ++drive) {
-    std::unique_ptr<IDevice> device = OpenDrive(drive, kGenericRead | kGenericWrite);
-    if (!device) continue;
-
-    uint8_t version[kVersionParamsSize] = {};
-    uint32_t returned = 0;
-    uint32_t error = 0;
-    if (!device->Control(kSmartGetVersion, nullptr, 0, version, sizeof(version), &returned,
-                         &error)) {
-      KyLog::Write(KyLog::kWarn, KYLOG_SITE(kUsingSmart),
-                   "fetch disk[%d], SMART_GET_VERSION failed: %u", drive, error);
-      continue;
-    }
-    std::vector<uint8_t> request = CommandOnlyIdentifyRequest(kSendCmdInSize);
-    uint8_t reply[kIdentifyReplySize] = {};
-    if (!device->Control(kSmartReceiveDriveData, request.data(), kSendCmdInSize, reply,
-                         sizeof(reply), &returned, &error)) {
-      KyLog::Write(KyLog::kWarn, KYLOG_SITE(kUsingSmart),
-                   "fetch disk[%d], SMART_RCV_DRIVE_DATA failed: %u", drive, error);
-      continue;
-    }
-    DriveRecord record = FromIdentify(reply + kSendCmdOutHeaderSize);
-    found.Add(record);
-    LogDrive(kUsingSmart, drive, record);
-  }
+  ReadSmart(kSmartReader, found);
   return found.Any();
 }
 

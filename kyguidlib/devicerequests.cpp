@@ -1,4 +1,4 @@
-#include "kyguidlib/identifyrequests.h"
+#include "kyguidlib/devicerequests.h"
 
 #include <cstring>
 
@@ -14,6 +14,14 @@ void PutLe32(std::vector<uint8_t>& block, size_t at, uint32_t value) {
 
 }  // namespace
 
+std::wstring PhysicalDrivePath(int drive) {
+  return L"\\\\.\\PhysicalDrive" + std::to_wstring(drive);
+}
+
+std::wstring ScsiPortPath(int controller) {
+  return L"\\\\.\\Scsi" + std::to_wstring(controller) + L":";
+}
+
 uint8_t IdentifyCommandFor(uint8_t ideDeviceMap, int drive) {
   if (drive < 0 || drive > 3) return kAtaIdentifyDevice;  // the 8-bit map has no ATAPI bit for it
   return ((ideDeviceMap >> drive) & 0x10) ? kAtaIdentifyPacketDevice : kAtaIdentifyDevice;
@@ -21,7 +29,7 @@ uint8_t IdentifyCommandFor(uint8_t ideDeviceMap, int drive) {
 
 std::vector<uint8_t> FullIdentifyRequest(int drive, uint8_t command) {
   std::vector<uint8_t> request(kSendCmdInSize, 0);
-  PutLe32(request, kSendCmdBufferSizeAt, kIdentifyBlockSize);
+  PutLe32(request, kSendCmdBufferSizeAt, kIdentifyDataSize);
   request[kSendCmdSectorCountAt] = 1;
   request[kSendCmdDriveHeadAt] =
       static_cast<uint8_t>(kMasterDevice | ((drive & 1) ? kSlaveBit : 0));
@@ -42,15 +50,10 @@ std::vector<uint8_t> MiniportIdentifyRequest(int drive) {
   memcpy(block.data() + kSrbSignatureAt, "SCSIDISK", 8);
   PutLe32(block, kSrbTimeoutAt, kMiniportTimeout);
   PutLe32(block, kSrbControlCodeAt, kMiniportIdentify);
-  PutLe32(block, kSrbLengthAt, kSendCmdOutSize + kIdentifyBlockSize);
+  PutLe32(block, kSrbLengthAt, kSendCmdOutSize + kIdentifyDataSize);
   block[kSrbIoControlSize + kSendCmdCommandAt] = kAtaIdentifyDevice;
   block[kSrbIoControlSize + kSendCmdDriveNumberAt] = static_cast<uint8_t>(drive);
   return block;
-}
-
-uint32_t ReplyBufferSize(const uint8_t* reply) {
-  return static_cast<uint32_t>(reply[0]) | static_cast<uint32_t>(reply[1]) << 8 |
-         static_cast<uint32_t>(reply[2]) << 16 | static_cast<uint32_t>(reply[3]) << 24;
 }
 
 }  // namespace KyGuid
