@@ -13,7 +13,6 @@
 #include "kyguidlib/cguidprofile.h"
 #include "kyguidlib/globalmgrfile.h"
 #include "kyguidlib/guidpaths.h"
-#include "kyguidlib/td/seqidgenerator.h"
 
 namespace KyGuid {
 namespace {
@@ -24,14 +23,7 @@ int32_t Now() { return static_cast<int32_t>(KyGuidUtils::CurrentTime()); }
 
 }  // namespace
 
-void CGuidBuilder::Reset() {
-  m_disks.clear();
-  m_adapters.clear();
-  m_newInfo.Reset();
-  m_activeInfo.Reset();
-  m_ancientGuid.clear();
-  m_lastMatch = MatchDecision{0, false, nullptr};
-}
+CGuidBuilder::CGuidBuilder(bool save) : m_save(save) {}
 
 const DiskInfo* CGuidBuilder::FindDisk(int index) const {
   if (index < 0) return nullptr;
@@ -73,6 +65,14 @@ void CGuidBuilder::FetchHardware() {
 }
 
 int CGuidBuilder::UpdateNewGuid() {
+  if (!m_ran) {
+    m_ran = true;
+    m_result = Run();
+  }
+  return m_result;
+}
+
+int CGuidBuilder::Run() {
   constexpr wchar_t kFunction[] = L"KyGuid::CGuidBuilder::UpdateNewGuid";
   FetchHardware();
 
@@ -105,6 +105,12 @@ bool CGuidBuilder::LoadAncientRecord() {
   if (LoadAncientGuidInfo(GetGlobalMgrFilePath(), m_activeInfo)) return true;
   const std::string userPath = GetUserGlobalMgrFilePath();
   return !userPath.empty() && LoadAncientGuidInfo(userPath, m_activeInfo);
+}
+
+GuidRecord CGuidBuilder::BestGuid() const {
+  GuidRecord best;
+  BuildBestGuid(best);
+  return best;
 }
 
 int CGuidBuilder::BuildBestGuid(GuidRecord& out) const {
@@ -262,8 +268,6 @@ int CGuidBuilder::UpdateGuidByAncient() {
                m_activeInfo.AdapterKey.c_str(), m_activeInfo.CreateIndex, m_activeInfo.Score);
   return kResultAncientAdopted;
 }
-
-void CGuidBuilder::GetSequenceID() { m_ancientGuid = KyMacID::GetSequenceID(m_newInfo.Guid); }
 
 bool CGuidBuilder::DeepMatchLegacyDisk(GuidRecord& record) {
   std::vector<DiskInfo> adminRights;

@@ -33,15 +33,40 @@ constexpr int kCurrentVersion = 2;
 
 constexpr char kSpecialGuid[] = "00000000000000000000000000000001";
 
+// One builder serves one run: construct it (saving or not), run it, read
+// what it found and decided.
 class CGuidBuilder {
  public:
-  CGuidBuilder() = default;
+  // With `save` false the run computes but writes nothing to Guid.db.
+  explicit CGuidBuilder(bool save);
 
-  void Reset();
-  void SetSave(bool save) { m_save = save ? 1 : 0; }
-
-  // The whole run: fetch, load, match, keep/adopt/build, save.
+  // The run: fetch, load, match, keep/adopt/build, save. Returns the update
+  // result; the run happens once, later calls return the same result.
   int UpdateNewGuid();
+
+  // The record put in force, and the one found in force at the start.
+  const GuidRecord& NewInfo() const { return m_newInfo; }
+  const GuidRecord& ActiveInfo() const { return m_activeInfo; }
+  const std::vector<DiskInfo>& Disks() const { return m_disks; }
+  const std::vector<AdapterInfo>& Adapters() const { return m_adapters; }
+  // The table row that the matching applied (row 0: none, as on the
+  // ancient path).
+  const MatchDecision& LastMatch() const { return m_lastMatch; }
+  // Devices of this run by Index; null when below 0 or absent.
+  const DiskInfo* FindDisk(int index) const;
+  const AdapterInfo* FindAdapter(int index) const;
+  // The GUID the present hardware gives, whatever GUID is in force: the
+  // record a new build would make (the special GUID when there is neither
+  // disk nor adapter).
+  GuidRecord BestGuid() const;
+
+ private:
+  int Run();
+  void FetchHardware();
+  bool LoadAncientRecord();
+  // Reads "config1".."config3" of an earlier scheme's GlobalMgr.db.
+  static int LoadAncientGuidInfo(const std::string& path, GuidRecord& out);
+
   // The "build a new GUID" branch: -1, 0, 1, 3 or 4.
   int BuildNewGuid();
   // A GUID from the best disk and adapter; FALSE (with the special GUID in
@@ -49,55 +74,33 @@ class CGuidBuilder {
   int BuildBestGuid(GuidRecord& out) const;
   void CalcScore(GuidRecord& record) const;
   void SaveNewGuid();
-  // Reads "config1".."config3" of an earlier scheme's GlobalMgr.db.
-  int LoadAncientGuidInfo(const std::string& path, GuidRecord& out);
-  // Adopts the ancient GUID after DeepMatchAncientGuid bound it; result 2.
-  int UpdateGuidByAncient();
+  void SaveBuild(bool saveReplaced);
+  void MarkGuidDevices(int diskIndex, int adapterIndex);
+  int FirstBestDiskIndex() const;
+  int FirstBestAdapterIndex() const;
 
   // Matching of a stored identity against the present hardware.
   int MatchGuidInfo(GuidRecord& record);
-  int FindDiskByKey(const std::string& key) const;
   int FindAdapterInWmi(const GuidRecord& record) const;
   void DeepMatchAncientGuid(GuidRecord& record);
-  int MatchAncientGuidInfo();
-
-  // Refreshes the earlier scheme's files and writes the current GUID back
-  // into them, after a saving update.
-  void GetSequenceID();
-
-  const GuidRecord& NewInfo() const { return m_newInfo; }
-  const GuidRecord& ActiveInfo() const { return m_activeInfo; }
-  const std::vector<DiskInfo>& Disks() const { return m_disks; }
-  const std::vector<AdapterInfo>& Adapters() const { return m_adapters; }
-  const std::string& AncientGuid() const { return m_ancientGuid; }
-  // The table row that the last MatchGuidInfo applied (row 0: none yet).
-  const MatchDecision& LastMatch() const { return m_lastMatch; }
-
-  // Devices of this run by Index; null when below 0 or absent.
-  const DiskInfo* FindDisk(int index) const;
-  const AdapterInfo* FindAdapter(int index) const;
-
- private:
-  void FetchHardware();
-  bool LoadAncientRecord();
-  void MarkGuidDevices(int diskIndex, int adapterIndex);
-  void SaveBuild(bool saveReplaced);
-  int FirstBestDiskIndex() const;
-  int FirstBestAdapterIndex() const;
   // The earlier scheme's own disk reads, for an ancient disk value that no
   // present disk reproduces.
   bool DeepMatchLegacyDisk(GuidRecord& record);
+  // Adopts the ancient GUID after DeepMatchAncientGuid bound it; result 2.
+  int UpdateGuidByAncient();
+  int MatchAncientGuidInfo();
   // The earlier scheme's disk GUID of three identity strings (logged).
   static std::string AncientDiskGuid(const std::string& productId, const std::string& revision,
                                      const std::string& serialNumber);
   void BindDisk(GuidRecord& record, const DiskInfo& disk) const;
 
+  const bool m_save;
+  bool m_ran = false;
+  int m_result = kResultBuildFailed;
   std::vector<DiskInfo> m_disks;
   std::vector<AdapterInfo> m_adapters;
   GuidRecord m_newInfo;
   GuidRecord m_activeInfo;
-  int m_save = 0;
-  std::string m_ancientGuid;
   MatchDecision m_lastMatch{0, false, nullptr};
 };
 

@@ -21,12 +21,8 @@ constexpr wchar_t kMatchAncient[] = L"KyGuid::CGuidBuilder::MatchAncientGuidInfo
 
 }  // namespace
 
-int CGuidBuilder::FindDiskByKey(const std::string& key) const {
-  return KyGuid::FindDiskByKey(m_disks, key);
-}
-
 int CGuidBuilder::MatchGuidInfo(GuidRecord& record) {
-  record.DiskIndex = KyGuid::FindDiskByKey(m_disks, record.DiskKey);
+  record.DiskIndex = FindDiskByKey(m_disks, record.DiskKey);
   record.AdapterIndex = FindAdapterByKey(m_adapters, record.AdapterKey);
   MatchFacts facts;
   facts.matchedDisk = FindDisk(record.DiskIndex);

@@ -116,9 +116,10 @@ std::string FieldValue(const ReportFields& report, const char* key) {
 CGuidReporter::CGuidReporter(KyReportMgr::CReportManager* manager)
     : m_path(GetReportFilePath()), m_manager(manager) {}
 
-void CGuidReporter::Report(int updateResult, const CGuidBuilder& builder) {
+void CGuidReporter::Report(int updateResult, const CGuidBuilder& builder,
+                           const std::string& ancientGuid) {
   ReportFields report;
-  MakeReport(updateResult, builder, report);
+  MakeReport(updateResult, builder, ancientGuid, report);
   Deliver(report);
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(L"KyGuid::CGuidReporter::Report"),
                "Report now, update_result=%d", updateResult);
@@ -180,6 +181,7 @@ int CGuidReporter::LoadFromCache(std::vector<ReportFields>& list) {
 }
 
 void CGuidReporter::MakeReport(int updateResult, const CGuidBuilder& builder,
+                               const std::string& ancientGuid,
                                ReportFields& report) {
   report.clear();
   auto add = [&report](const char* key, std::string value) {
@@ -201,10 +203,8 @@ void CGuidReporter::MakeReport(int updateResult, const CGuidBuilder& builder,
   add("rand_guid", randGuid);
   add("virt_guid", KyGuidUtils::Md5Hex((systemDisk ? DiskKey(*systemDisk) : std::string()) +
                                        randGuid));
-  add("ancient_guid", builder.AncientGuid());
-  GuidRecord best;
-  builder.BuildBestGuid(best);
-  add("best_guid", best.Guid);
+  add("ancient_guid", ancientGuid);
+  add("best_guid", builder.BestGuid().Guid);
   add("reporter", ExecutableFileName());
 
   // Only a run that adopted or replaced a GUID has an earlier one to show.

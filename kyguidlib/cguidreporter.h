@@ -27,8 +27,9 @@ class CGuidReporter {
   // Delivers through the process-wide report manager, or `manager` if given.
   explicit CGuidReporter(KyReportMgr::CReportManager* manager = nullptr);
 
-  // Builds this run's report and sends it now.
-  void Report(int updateResult, const CGuidBuilder& builder);
+  // Builds this run's report and sends it now. `ancientGuid` is the legacy
+  // machine id the update computed after the build, empty when none.
+  void Report(int updateResult, const CGuidBuilder& builder, const std::string& ancientGuid);
   // Sends every cached report that is still fresh. They stay in the file;
   // their age keeps them from being sent again much later.
   void ReportCache();
@@ -37,7 +38,8 @@ class CGuidReporter {
   BOOL SaveToCache(const ReportFields& report);
   // The fresh ones among the last five cached reports, oldest first.
   int LoadFromCache(std::vector<ReportFields>& list);
-  void MakeReport(int updateResult, const CGuidBuilder& builder, ReportFields& report);
+  void MakeReport(int updateResult, const CGuidBuilder& builder, const std::string& ancientGuid,
+                  ReportFields& report);
 
  private:
   void Deliver(const ReportFields& report);

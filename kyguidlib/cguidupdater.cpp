@@ -9,6 +9,7 @@
 #include "kyguidlib/creportmanager.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/platform.h"
+#include "kyguidlib/td/seqidgenerator.h"
 
 namespace KyGuid {
 namespace {
@@ -19,11 +20,10 @@ constexpr DWORD kRightRetryDelayMs = 10;
 
 uint32_t Ticks() { return CurrentPlatform().ticks->GetTickCount(); }
 
-std::unique_ptr<CGuidBuilder> MakeBuilder(bool save) {
-  auto builder = std::make_unique<CGuidBuilder>();
-  builder->Reset();
-  builder->SetSave(save);
-  return builder;
+// The legacy refresh after a saving build: the one entry into the earlier
+// scheme. Returns its machine id, empty when the build failed.
+std::string RefreshLegacyId(int result, const CGuidBuilder& builder) {
+  return result >= 0 ? KyMacID::GetSequenceID(builder.NewInfo().Guid) : std::string();
 }
 
 }  // namespace
@@ -79,7 +79,7 @@ uint32_t CGuidUpdater::UpdateNow() {
 
 BOOL CGuidUpdater::BuildGuidNow(char* buffer, uint32_t size) {
   try {
-    std::unique_ptr<CGuidBuilder> builder = MakeBuilder(false);
+    std::unique_ptr<CGuidBuilder> builder = std::make_unique<CGuidBuilder>(false);
     builder->UpdateNewGuid();
     const std::string& guid = builder->NewInfo().Guid;
     if (!buffer || guid.empty() || guid.size() >= size) return FALSE;
@@ -148,13 +148,13 @@ unsigned CGuidUpdater::UpdateProc() {
   if (LockUpdateRight() != 1) return 0xFFFFFFFFu;
   {
     RightHolder right(*this);
-    std::unique_ptr<CGuidBuilder> builder = MakeBuilder(true);
+    std::unique_ptr<CGuidBuilder> builder = std::make_unique<CGuidBuilder>(true);
     const int result = builder->UpdateNewGuid();
-    if (result >= 0) builder->GetSequenceID();
+    const std::string ancientGuid = RefreshLegacyId(result, *builder);
     LogUpdateResult(KYLOG_SITE(kFunction), result, *builder);
     CGuidReporter reporter;
     reporter.ReportCache();  // what earlier runs on callers' threads left behind
-    reporter.Report(result, *builder);
+    reporter.Report(result, *builder, ancientGuid);
 
     // Keeping the right a little longer keeps every other process of the
     // machine from starting an update in the same minute.
@@ -191,15 +191,15 @@ int CGuidUpdater::SafeUpdateNow() {
   }
 
   RightHolder right(*this);
-  std::unique_ptr<CGuidBuilder> builder = MakeBuilder(true);
+  std::unique_ptr<CGuidBuilder> builder = std::make_unique<CGuidBuilder>(true);
   const int result = builder->UpdateNewGuid();
-  if (result >= 0) builder->GetSequenceID();
+  const std::string ancientGuid = RefreshLegacyId(result, *builder);
   // Nothing is sent from the caller's thread: the next background run sends
   // the cached report while it is fresh. An unchanged GUID is not worth one.
   if (result != kResultKept) {
     CGuidReporter reporter;
     ReportFields report;
-    reporter.MakeReport(result, *builder, report);
+    reporter.MakeReport(result, *builder, ancientGuid, report);
     reporter.SaveToCache(report);
   }
   LogUpdateResult(KYLOG_SITE(kFunction), result, *builder);

@@ -145,9 +145,7 @@ class MatchingScenarioTest : public KyGuidTest::IsolatedTest,
                              public ::testing::WithParamInterface<Scenario> {
  protected:
   int Update() {
-    CGuidBuilder builder;
-    builder.Reset();
-    builder.SetSave(true);
+    CGuidBuilder builder(true);
     int result = builder.UpdateNewGuid();
     m_newGuid = builder.NewInfo().Guid;
     return result;
@@ -207,9 +205,7 @@ class AncientBindingTest : public KyGuidTest::IsolatedTest {
     IniWrite(path, "Profile", "config3", diskValue.c_str());
   }
   int Update() {
-    CGuidBuilder builder;
-    builder.Reset();
-    builder.SetSave(true);
+    CGuidBuilder builder(true);
     return builder.UpdateNewGuid();
   }
   std::string Active(const char* key) { return IniRead(GuidDbPath(), "ActiveGuid", key); }

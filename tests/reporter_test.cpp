@@ -81,19 +81,18 @@ class ReporterTest : public KyGuidTest::IsolatedTest {
              KyGuidUtils::Md5Hex("001122aabbcc").c_str());
   }
   int Run() {
-    m_builder.Reset();
-    m_builder.SetSave(true);
-    return m_builder.UpdateNewGuid();
+    m_builder = std::make_unique<CGuidBuilder>(true);
+    return m_builder->UpdateNewGuid();
   }
   ReportFields Make(int result) {
     ReportFields report;
-    CGuidReporter().MakeReport(result, m_builder, report);
+    CGuidReporter().MakeReport(result, *m_builder, "", report);
     return report;
   }
   std::string Active(const char* key) { return IniRead(GuidDbPath(), "ActiveGuid", key); }
   std::string CachePath() const { return ProfileDir() + "\\GuidReport.dat"; }
 
-  CGuidBuilder m_builder;
+  std::unique_ptr<CGuidBuilder> m_builder = std::make_unique<CGuidBuilder>(true);
 };
 
 // --- The fields ---------------------------------------------------------------
@@ -269,7 +268,7 @@ TEST_F(ReporterTest, CachedReportsThenTheCurrentOneAreDeliveredAsJsonLines) {
   ASSERT_TRUE(reporter.SaveToCache({{"update_result", "3"}, {"note", "say \"hi\""}}));
   m_clock.now += 899;
   reporter.ReportCache();
-  reporter.Report(KyGuid::kResultFirstBuilt, m_builder);
+  reporter.Report(KyGuid::kResultFirstBuilt, *m_builder, "");
 
   const std::vector<std::string> lines = KyGuidTest::ReadLines(ReportPath());
   ASSERT_EQ(2u, lines.size());
@@ -300,7 +299,7 @@ TEST_F(ReporterTest, WithoutTheModuleNothingIsSentAndTheLinesAreStillLogged) {
   CGuidReporter reporter(&manager);
   ASSERT_TRUE(reporter.SaveToCache({{"update_result", "1"}}));
   reporter.ReportCache();
-  reporter.Report(KyGuid::kResultBuildFailed, m_builder);
+  reporter.Report(KyGuid::kResultBuildFailed, *m_builder, "");
   EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(ReportPath().c_str()));
   EXPECT_EQ(1, CountLog("Report Cache, update_result=1"));
   EXPECT_EQ(1, CountLog("Report now, update_result=-1"));

@@ -459,21 +459,21 @@ class LegacyWriteBackTest : public SeqIdTest {
         "PCI\\VEN_8086";
   }
   int Update() {
-    m_builder.Reset();
-    m_builder.SetSave(true);
-    const int result = m_builder.UpdateNewGuid();
-    m_builder.GetSequenceID();
+    m_builder = std::make_unique<KyGuid::CGuidBuilder>(true);
+    const int result = m_builder->UpdateNewGuid();
+    m_ancient = KyMacID::GetSequenceID(m_builder->NewInfo().Guid);
     return result;
   }
-  KyGuid::CGuidBuilder m_builder;
+  std::unique_ptr<KyGuid::CGuidBuilder> m_builder;
+  std::string m_ancient;
 };
 
 TEST_F(LegacyWriteBackTest, SavingUpdateWritesTheCurrentGuidIntoBothCaches) {
   IniWrite(LocalCache(), "Profile", "config1", "stale");
   ASSERT_EQ(KyGuid::kResultFirstBuilt, Update());
-  const std::string guid = m_builder.NewInfo().Guid;
+  const std::string guid = m_builder->NewInfo().Guid;
   const std::string sequenceId = Md5Hex(kMacAText + kDriveAText);
-  EXPECT_EQ(sequenceId, m_builder.AncientGuid());
+  EXPECT_EQ(sequenceId, m_ancient);
   ASSERT_NE(sequenceId, guid);
 
   EXPECT_EQ(guid, IniRead(Cache(), "Profile", "config1"));
@@ -487,23 +487,22 @@ TEST_F(LegacyWriteBackTest, SavingUpdateWritesTheCurrentGuidIntoBothCaches) {
   IniWrite(LocalCache(), "Profile", "marker", "mine");
   const std::string userBefore = ReadWholeFile(LocalCache());
   ASSERT_EQ(KyGuid::kResultKept, Update());
-  EXPECT_EQ(guid, m_builder.AncientGuid());
+  EXPECT_EQ(guid, m_ancient);
   EXPECT_EQ(userBefore, ReadWholeFile(LocalCache()));
 
   // And a machine that lost Guid.db adopts it back as the ancient GUID.
   ASSERT_TRUE(DeleteFileA(GuidDbPath().c_str()));
   ASSERT_EQ(KyGuid::kResultAncientAdopted, Update());
-  EXPECT_EQ(guid, m_builder.NewInfo().Guid);
+  EXPECT_EQ(guid, m_builder->NewInfo().Guid);
   EXPECT_EQ(guid, IniRead(GuidDbPath(), "ActiveGuid", "Guid"));
 }
 
 TEST_F(LegacyWriteBackTest, WithoutASelectedGuidTheCacheKeepsTheSequenceId) {
   IniWrite(LocalCache(), "Profile", "config1", "stale");
   const std::string userBefore = ReadWholeFile(LocalCache());
-  m_builder.Reset();
-  m_builder.GetSequenceID();
-  EXPECT_EQ(Md5Hex(kMacAText + kDriveAText), m_builder.AncientGuid());
-  EXPECT_EQ(m_builder.AncientGuid(), IniRead(Cache(), "Profile", "config1"));
+  m_ancient = KyMacID::GetSequenceID("");
+  EXPECT_EQ(Md5Hex(kMacAText + kDriveAText), m_ancient);
+  EXPECT_EQ(m_ancient, IniRead(Cache(), "Profile", "config1"));
   EXPECT_EQ(userBefore, ReadWholeFile(LocalCache()));
 }
 

@@ -155,9 +155,7 @@ int Expect() {
   for (char identity : {'a', 'b'}) {
     SimulatedMachine* machine = MakeMachine(identity);
     KyGuid::ScopedPlatform platform(KyGuid::Platform{nullptr, nullptr, machine});
-    KyGuid::CGuidBuilder builder;
-    builder.Reset();
-    builder.SetSave(false);
+    KyGuid::CGuidBuilder builder(false);
     builder.UpdateNewGuid();
     printf("%c %s\n", identity, builder.NewInfo().Guid.c_str());
   }

@@ -169,7 +169,7 @@ TEST_F(UpdaterTest, EachResultIsLoggedByTheMethodThatRanTheUpdate) {
                        "SafeUpdateNow"));
 
   // A result no update gives still gets a line of its own.
-  KyGuid::CGuidBuilder builder;
+  KyGuid::CGuidBuilder builder(false);
   const KyLog::Site site{L"ftcommon\\kyguid\\kyguidlib\\cguidupdater", 1,
                          L"KyGuid::CGuidUpdater::UpdateProc"};
   CGuidUpdater::LogUpdateResult(site, 7, builder);

@@ -126,9 +126,7 @@ void PrintJson(const std::string& hardware, const CGuidBuilder& builder, int res
 int ExplainCommand(const Options& options) {
   WhatIfMachine machine;
   if (!machine.Install(options.machineFile)) return kExitBadMachineFile;
-  CGuidBuilder builder;
-  builder.Reset();
-  builder.SetSave(false);
+  CGuidBuilder builder(false);
   const int result = builder.UpdateNewGuid();
   if (options.json) {
     PrintJson(machine.Description(), builder, result);
