@@ -109,6 +109,8 @@ TEST_F(SeqIdTest, CacheIsKeptOrRecomputedAsTheHardwareChanged) {
     WriteWholeFile(&row == cases ? UserDir() + "\\GlobalMgr.db" : Cache(), row.cache);
     EXPECT_EQ(row.id, Run(row.macs, row.drives, row.cpu)) << row.what;
     EXPECT_EQ(row.id == kCachedId, row.cache == ReadWholeFile(Cache())) << row.what;
+    const std::string info = ReadWholeFile(ProfileDir() + "\\GuidInfo.db");  // knows every id
+    EXPECT_TRUE(row.id == kCachedId || info.find(row.id) != info.npos) << row.what;
   }
   // Support tools parse this line as it is: one placeholder, the MAC digest.
   EXPECT_EQ(1, CountLog("commondata IsFoundMac tFileCpuidMd5=" + m +
