@@ -1,248 +1,145 @@
-// The builder on simulated machines: what a run keeps, adopts or builds, and
-// exactly what it leaves in Guid.db.
+// The builder on simulated machines: the exact files a first update leaves,
+// and where every later build goes in the ring of Guid.db.
+#include <cstdlib>
+
 #include "common/md5.h"
 #include "kyguidlib/cguidbuilder.h"
 #include "kyguidlib/cguidprofile.h"
 #include "kyguidlib/cguidupdater.h"
+#include "kyguidlib/td/seqidgenerator.h"
 #include "tests/testsupport.h"
 
 namespace {
 
 using KyGuid::CGuidBuilder;
-using KyGuid::CGuidProfile;
-using KyGuid::GuidRecord;
 using KyGuidSim::SimulatedMachine;
 using KyGuidTest::IniRead;
-using KyGuidTest::IniWrite;
+using KyGuidTest::ReadWholeFile;
 
-const std::vector<uint8_t> kMacA = {0x00, 0x11, 0x22, 0xAA, 0xBB, 0xCC};
-const std::vector<uint8_t> kMacB = {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
-constexpr char kDiskKeyA[] = "PID:{ST1000DM010}SN:{Z9A1B2C3}";
-constexpr char kAdapterKeyA[] = "Mac:{001122aabbcc}";
+// `actual` against tests/golden/`name`, byte for byte. KYGUID_WRITE_GOLDEN=1
+// rewrites the file instead: a deliberate format change is one run and a diff.
+void ExpectGolden(const std::string& name, const std::string& actual) {
+  const std::string path = KYGUID_GOLDEN_DIR "/" + name;
+  const char* write = getenv("KYGUID_WRITE_GOLDEN");
+  if (write && std::string(write) == "1") return KyGuidTest::WriteWholeFile(path, actual);
+  EXPECT_EQ(ReadWholeFile(path), actual) << path << " (KYGUID_WRITE_GOLDEN=1 rewrites it)";
+}
 
 class BuilderTest : public KyGuidTest::IsolatedTest {
  protected:
-  void AddDisk(int number, const std::string& product, const std::string& serial) {
-    m_machine.AddDrive(number).descriptor =
-        SimulatedMachine::Descriptor("", product, "CC43", serial, 11, false);
-  }
-  void AddAdapter(const std::string& guid, const std::vector<uint8_t>& mac,
-                  const std::string& pnpId = "PCI\\VEN_8086") {
-    m_machine.AddAdapter("{" + guid + "}", "Ethernet " + guid, mac).pnpId = pnpId;
-  }
-  void MachineA() {
-    AddDisk(0, "ST1000DM010", "Z9A1B2C3");
-    AddAdapter("NIC-A", kMacA);
-  }
-  GuidRecord Stored(const std::string& guid, const std::string& diskKey,
-                    const std::string& adapterKey, int createIndex, int version) {
-    GuidRecord record;
-    record.Guid = guid;
-    record.DiskKey = diskKey;
-    record.AdapterKey = adapterKey;
-    record.CreateIndex = createIndex;
-    record.CreateTime = 1600000000;
-    record.Score = 77;
-    record.Version = version;
-    CGuidProfile().SaveGuidInfo(CGuidProfile::kActiveSection, record, nullptr);
-    return record;
-  }
-  int Run(bool save = true) {
-    m_builder = std::make_unique<CGuidBuilder>(save);
-    return m_builder->UpdateNewGuid();
+  // An update as the updater runs it: the build, then the legacy refresh.
+  int Update() {
+    m_builder = std::make_unique<CGuidBuilder>(true);
+    const int result = m_builder->UpdateNewGuid();
+    m_legacyId = KyMacID::GetSequenceID(m_builder->NewInfo().Guid);
+    return result;
   }
   std::string Active(const char* key) { return IniRead(GuidDbPath(), "ActiveGuid", key); }
+  std::string Legacy(const std::string& name) {  // headed by its name
+    return "; " + name + "\r\n" + ReadWholeFile(ProfileDir() + "\\" + name);
+  }
 
-  std::unique_ptr<CGuidBuilder> m_builder = std::make_unique<CGuidBuilder>(true);
+  // A stored record that no longer matches this machine, replaced by a build
+  // that keeps it as "Old" beside the new record in the section it goes to.
+  void Rebuild(int storedIndex, int storedVersion, bool diskStays, int result,
+               const char* createIndex, const char* section, int reason) {
+    SCOPED_TRACE(createIndex);
+    m_machine = SimulatedMachine();
+    m_machine.AddDrive(0).descriptor =  // not good enough to keep a GUID alone; scores 75
+        SimulatedMachine::Descriptor("", "QEMU HARDDISK", "2.5+", "QM00001", 3, false);
+    m_machine.AddAdapter("{NIC-A}", "Ethernet", {0, 0x11, 0x22, 0xAA, 0xBB, 0xCC}).pnpId = "PCI\\A";
+    KyGuid::GuidRecord old;
+    old.Guid = KyGuidUtils::Md5Hex(createIndex);
+    old.DiskKey = diskStays ? "PID:{QEMU HARDDISK}SN:{QM00001}" : "PID:{Gone}SN:{G1}";
+    old.CreateIndex = storedIndex;
+    old.Version = storedVersion;
+    KyGuid::CGuidProfile().SaveGuidInfo("ActiveGuid", old, nullptr);
+    CGuidBuilder builder(true);
+    ASSERT_EQ(result, builder.UpdateNewGuid());
+    KyGuid::CGuidUpdater::LogUpdateResult({L"", 0, L""}, result, builder);
+    EXPECT_EQ(createIndex, Active("CreateIndex"));
+    EXPECT_EQ(std::to_string(reason), Active("Reason"));
+    EXPECT_EQ("87", Active("Score"));  // (75 + 100) / 2, rounded down
+    EXPECT_EQ(Active("Guid"), IniRead(GuidDbPath(), section, "Guid"));
+    EXPECT_EQ(old.Guid, IniRead(GuidDbPath(), section, "OldGuid"));
+  }
+
+  std::unique_ptr<CGuidBuilder> m_builder;
+  std::string m_legacyId;
 };
 
-TEST_F(BuilderTest, FirstRunBuildsFromTheBestDiskAndAdapterAndSavesBuild0) {
-  MachineA();
-  AddAdapter("NIC-USB", kMacB, "USB\\VID_1");
-  ASSERT_EQ(KyGuid::kResultFirstBuilt, Run());
+// An older desktop: it boots from a disk in IDE mode whose descriptor lacks
+// the serial (SMART supplies it), has an NVMe data disk, and one adapter of
+// each rating, the best one in the middle of the list.
+TEST_F(BuilderTest, FirstUpdateWritesTheGoldenFilesAndLaterOnesKeepItsGuid) {
+  m_machine.AddDrive(0).descriptor = SimulatedMachine::Descriptor(
+      "", "Samsung SSD 970 EVO Plus 1TB", "2B2QEXM7", "S4EWNX0R123456", 17, false);
+  KyGuidSim::SimDrive& boot = m_machine.AddDrive(1);
+  boot.descriptor = SimulatedMachine::Descriptor("ATA", "ST1000DM010", "", "", 3, false);
+  boot.identify = SimulatedMachine::Identify("ST1000DM010-2EP102", "Z9A1B2C3", "CC43");
+  m_machine.AddVolume(L'C').extents = SimulatedMachine::Extents({{1, 1ull << 30}});
+  const char* const nics[][3] = {
+      {"USB 3.0 to Gigabit Ethernet Adapter", "6", "USB\\VID_0B95\\1"},
+      {"Intel(R) Wi-Fi 6 AX201 160MHz", "71", "PCI\\VEN_8086&DEV_A0F0\\3"},
+      {"Intel(R) Ethernet Connection (7) I219-V", "6", "PCI\\VEN_8086&DEV_15BC\\3"},
+      {"Bluetooth Device (Personal Area Network)", "6", "BTH\\MS_BTHPAN\\7"},
+      {"Remote NDIS Compatible Device", "6", ""},
+      {"Hyper-V Virtual Ethernet Adapter", "6", "ROOT\\VMS_MP\\0000"}};
+  for (const auto& nic : nics) {
+    const uint8_t n = static_cast<uint8_t>(&nic - nics);
+    auto& adapter = m_machine.AddAdapter("{NIC-" + std::to_string(n) + "}", nic[0],
+                                         {0x00, 0x1A, 0x2B, 0x3C, 0x4D, n});
+    adapter.type = atoi(nic[1]);
+    adapter.pnpId = nic[2];
+  }
+  const std::string userCache = m_folders->UserAppData() + "\\Corvane\\Greibraske\\GlobalMgr.db";
+  KyGuidTest::MakeDirs(m_folders->UserAppData() + "\\Corvane\\Greibraske");
+  KyGuidTest::IniWrite(userCache, "Profile", "config1", "another GUID");
+  ASSERT_EQ(KyGuid::kResultFirstBuilt, Update());
+  const std::string guid = Active("Guid");
+  ExpectGolden("first-build-guid.db", ReadWholeFile(GuidDbPath()));
+  // The processor is the host's: its digest is the one value left out.
+  std::string legacy = Legacy("GlobalMgr.db") + Legacy("GuidInfo.db") + Legacy("GuidList.db");
+  std::string brand;
+  KyMacID::GetCPUBrand(brand);
+  for (size_t at; (at = legacy.find(KyGuidUtils::Md5Hex(brand))) != std::string::npos;) {
+    legacy.replace(at, 32, "(the host's processor)");
+  }
+  ExpectGolden("first-update-legacy.db", legacy);
+  EXPECT_EQ(ReadWholeFile(ProfileDir() + "\\GlobalMgr.db"), ReadWholeFile(userCache));
+  EXPECT_EQ(1, CountLog("new guid: guid[" + guid +
+                        "], diskkey[PID:{ST1000DM010-2EP102}SN:{Z9A1B2C3}], adapterkey[Mac:{"
+                        "001a2b3c4d02}], Index[0], Score[100], Reason[0]"));
+  EXPECT_EQ(1, CountLog("Fetch hardware end Hw \xD3\xC3\xCA\xB1:0"));  // searched for verbatim
+  EXPECT_TRUE(m_builder->Disks()[1].Has(KyGuid::DiskInfo::kGuidDisk));
+  EXPECT_TRUE(m_builder->Adapters()[2].Has(KyGuid::AdapterInfo::kGuidAdapter));
 
-  const std::string guid = KyGuidUtils::Md5Hex(std::string(kDiskKeyA) + kAdapterKeyA);
+  // The next update keeps the GUID, which is now the legacy id too, and
+  // leaves Guid.db as it was.
+  const std::string before = ReadWholeFile(GuidDbPath());
+  ASSERT_EQ(KyGuid::kResultKept, Update());
+  EXPECT_EQ(before, ReadWholeFile(GuidDbPath()));
+  EXPECT_EQ(1, CountLog("guid match, use it\xA3\xBA " + guid));
+  EXPECT_EQ(guid, m_legacyId);
+
+  // A machine that lost Guid.db adopts the GUID back through the legacy cache.
+  ASSERT_TRUE(DeleteFileA(GuidDbPath().c_str()));
+  ASSERT_EQ(KyGuid::kResultAncientAdopted, Update());
   EXPECT_EQ(guid, Active("Guid"));
-  EXPECT_EQ(kDiskKeyA, Active("DiskKey"));
-  EXPECT_EQ("DID:{0}PID:{ST1000DM010}VID:{}Rev:{CC43}SN:{Z9A1B2C3}Sys:{0}Move:{0}Bus:{11}Score:{100}",
-            Active("DiskDetail"));
-  EXPECT_EQ(kAdapterKeyA, Active("AdapterKey"));
-  EXPECT_EQ("0", Active("CreateIndex"));
-  EXPECT_EQ("100", Active("Score"));  // (100 + min(110, 100)) / 2
-  EXPECT_EQ("0", Active("Reason"));
-  EXPECT_EQ("2", Active("Version"));
-  EXPECT_EQ(std::to_string(KyGuidTest::kTestTime), Active("CreateTime"));
-
-  const std::string path = GuidDbPath();
-  EXPECT_EQ(guid, IniRead(path, "Build0", "Guid"));
-  EXPECT_EQ("", IniRead(path, "Build0", "OldGuid"));
-  EXPECT_EQ("1", IniRead(path, "Build0", "DiskCount"));
-  EXPECT_EQ("2", IniRead(path, "Build0", "AdapterCount"));
-  EXPECT_EQ(1, CountLog("new guid: guid[" + guid + "], diskkey[" + kDiskKeyA + "], adapterkey[" +
-                        kAdapterKeyA + "], Index[0], Score[100], Reason[0]"));
-  EXPECT_TRUE(m_builder->Disks()[0].Has(KyGuid::DiskInfo::kGuidDisk));
-  EXPECT_TRUE(m_builder->Adapters()[0].Has(KyGuid::AdapterInfo::kGuidAdapter));
-  EXPECT_FALSE(m_builder->Adapters()[1].Has(KyGuid::AdapterInfo::kGuidAdapter));
-}
-
-TEST_F(BuilderTest, OneDiskAndNoAdapterHashesTheDiskKeyAloneAtHalfTheScore) {
-  AddDisk(0, "ST1000DM010", "Z9A1B2C3");
-  ASSERT_EQ(KyGuid::kResultFirstBuilt, Run());
-  EXPECT_EQ(KyGuidUtils::Md5Hex(kDiskKeyA), Active("Guid"));
-  EXPECT_EQ("", Active("AdapterKey"));
-  EXPECT_EQ("50", Active("Score"));
-}
-
-TEST_F(BuilderTest, SecondRunOnTheSameMachineKeepsTheGuidAndWritesNothing) {
-  MachineA();
-  ASSERT_EQ(KyGuid::kResultFirstBuilt, Run());
-  const std::string before = KyGuidTest::ReadWholeFile(GuidDbPath());
-  ASSERT_EQ(KyGuid::kResultKept, Run());
-  EXPECT_EQ(before, KyGuidTest::ReadWholeFile(GuidDbPath()));
-  EXPECT_EQ(1, CountLog("guid match, use it\xA3\xBA " + Active("Guid")));
-  EXPECT_EQ(1, m_builder->LastMatch().row);
-}
-
-TEST_F(BuilderTest, ReplacedGuidOfTheSameVersionIsKeptAsOldInTheNextRingSection) {
-  MachineA();
-  Stored("aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", "PID:{Gone}SN:{G1}", "Mac:{999999999999}", 7, 2);
-  ASSERT_EQ(KyGuid::kResultReplacedSameVersion, Run());
-  EXPECT_EQ("8", Active("CreateIndex"));
-  EXPECT_EQ("3", Active("Reason"));  // both halves lost
-  const std::string path = GuidDbPath();
-  EXPECT_EQ("aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", IniRead(path, "Build3", "OldGuid"));
-  EXPECT_EQ("7", IniRead(path, "Build3", "OldCreateIndex"));
-  EXPECT_EQ("77", IniRead(path, "Build3", "OldScore"));
-  EXPECT_EQ(Active("Guid"), IniRead(path, "Build3", "Guid"));
-  EXPECT_EQ(1, CountLog("nothing match, build new guid"));
-}
-
-TEST_F(BuilderTest, ReplacingAnotherVersionIsResult4AndReasonNamesTheLostHalf) {
-  AddDisk(0, "QEMU HARDDISK", "QM1");  // matched, but not good enough alone
-  AddAdapter("NIC-A", kMacA);
-  Stored("bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb", "PID:{QEMU HARDDISK}SN:{QM1}", "Mac:{999999999999}", 2, 1);
-  const int result = Run();
-  ASSERT_EQ(KyGuid::kResultReplacedOtherVersion, result);
-  EXPECT_EQ(5, m_builder->LastMatch().row);
-  EXPECT_EQ("2", Active("Reason"));  // the disk is still here, the adapter is not
-  EXPECT_EQ("3", Active("CreateIndex"));
-
-  KyGuid::CGuidUpdater::LogUpdateResult({L"", 0, L""}, result, *m_builder);
-  EXPECT_EQ(1, CountLog("version change[1==>2] guid change: bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb ==> " +
-                        Active("Guid")));
 }
 
 // Only the largest index restarts the ring (instead of overflowing into
 // "Build-3"); any other stored index, negative ones included, counts on.
 TEST_F(BuilderTest, BuildAfterTheLargestCreateIndexRestartsTheRing) {
-  MachineA();
-  Stored("aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", "PID:{Gone}SN:{G1}", "Mac:{999999999999}", 2147483647,
-         2);
-  ASSERT_EQ(KyGuid::kResultReplacedSameVersion, Run());
-  EXPECT_EQ("0", Active("CreateIndex"));
-  EXPECT_EQ("aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", IniRead(GuidDbPath(), "Build0", "OldGuid"));
+  const int same = KyGuid::kResultReplacedSameVersion;
+  Rebuild(2147483647, 2, false, same, "0", "Build0", 3);
   EXPECT_EQ("", IniRead(GuidDbPath(), "Build-3", "Guid"));
-
-  Stored("bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb", "PID:{Gone}SN:{G1}", "Mac:{999999999999}", -5, 2);
-  ASSERT_EQ(KyGuid::kResultReplacedSameVersion, Run());
-  EXPECT_EQ("-4", Active("CreateIndex"));
-  EXPECT_EQ("bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb", IniRead(GuidDbPath(), "Build-4", "OldGuid"));
-}
-
-TEST_F(BuilderTest, SixthBuildOverwritesBuild0) {
-  MachineA();
-  Stored("cccccccccccccccccccccccccccccccc", "PID:{Gone}SN:{G1}", "Mac:{999999999999}", 4, 2);
-  IniWrite(GuidDbPath(), "Build0", "Guid", "the first build");
-  ASSERT_EQ(KyGuid::kResultReplacedSameVersion, Run());
-  EXPECT_EQ("5", Active("CreateIndex"));
-  EXPECT_EQ(Active("Guid"), IniRead(GuidDbPath(), "Build0", "Guid"));
-  EXPECT_EQ("cccccccccccccccccccccccccccccccc", IniRead(GuidDbPath(), "Build0", "OldGuid"));
-}
-
-TEST_F(BuilderTest, NoHardwareGivesTheSpecialGuidOrKeepsTheOneInForce) {
-  ASSERT_EQ(KyGuid::kResultBuildFailed, Run());
-  EXPECT_EQ(KyGuid::kSpecialGuid, m_builder->NewInfo().Guid);
-  EXPECT_EQ(1, CountLog("can't find any disk and adapter, return FALSE"));
-  EXPECT_EQ(1, CountLog("nothing match, local has no disk, build special guid"));
-  EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(GuidDbPath().c_str()));
-
-  Stored("dddddddddddddddddddddddddddddddd", kDiskKeyA, kAdapterKeyA, 3, 2);
-  ASSERT_EQ(KyGuid::kResultKept, Run());
-  EXPECT_EQ("dddddddddddddddddddddddddddddddd", m_builder->NewInfo().Guid);
-  EXPECT_EQ(1, CountLog("nothing match, but local has no disk, no change"));
-}
-
-TEST_F(BuilderTest, SavingOffComputesTheSameGuidButWritesNothing) {
-  MachineA();
-  ASSERT_EQ(KyGuid::kResultFirstBuilt, Run(false));
-  EXPECT_EQ(KyGuidUtils::Md5Hex(std::string(kDiskKeyA) + kAdapterKeyA), m_builder->NewInfo().Guid);
-  EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(GuidDbPath().c_str()));
-}
-
-class AncientTest : public BuilderTest {
- protected:
-  void WriteGlobalMgr(const std::string& folder, const std::string& config1,
-                      const std::string& config2, const std::string& config3) {
-    KyGuidTest::MakeDirs(folder);
-    const std::string path = folder + "\\GlobalMgr.db";
-    IniWrite(path, "Profile", "config1", config1.c_str());
-    IniWrite(path, "Profile", "config2", config2.c_str());
-    IniWrite(path, "Profile", "config3", config3.c_str());
-  }
-  std::string UserProfileDir() const {
-    return m_folders->UserAppData() + "\\Corvane\\Greibraske";
-  }
-  const std::string kAncient = "0123456789abcdef0123456789abcdef";
-};
-
-TEST_F(AncientTest, AncientGuidBoundByMacIsAdoptedIntoBuildMinus1) {
-  MachineA();
-  WriteGlobalMgr(ProfileDir(), kAncient, KyGuidUtils::Md5Hex("001122aabbcc"), "no such disk");
-  ASSERT_EQ(KyGuid::kResultAncientAdopted, Run());
-  EXPECT_EQ(kAncient, Active("Guid"));
-  EXPECT_EQ(kAdapterKeyA, Active("AdapterKey"));
-  EXPECT_EQ(kDiskKeyA, Active("DiskKey"));  // the best disk stands in for the lost half
-  EXPECT_EQ("1", Active("Reason"));
-  EXPECT_EQ("2", Active("Version"));
-  EXPECT_EQ("-1", Active("CreateIndex"));
-  const std::string path = GuidDbPath();
-  EXPECT_EQ(kAncient, IniRead(path, "Build-1", "OldGuid"));
-  EXPECT_EQ("1", IniRead(path, "Build-1", "OldVersion"));
-  EXPECT_EQ(kAncient, IniRead(path, "Build-1", "Guid"));
-  EXPECT_EQ(1, CountLog("Load Active guid info failed, now try ancient info"));
-  EXPECT_EQ(1, CountLog("Deepmatch find adapter[001122aabbcc]-->Guid[" +
-                        KyGuidUtils::Md5Hex("001122aabbcc") + "]"));
-  EXPECT_EQ(1, CountLog("use ancient guid: guid[" + kAncient + "]"));
-}
-
-TEST_F(AncientTest, PerUserGlobalMgrIsTriedWhenTheCommonOneIsMissing) {
-  MachineA();
-  WriteGlobalMgr(UserProfileDir(), kAncient, KyGuidUtils::Md5Hex("001122aabbcc"), "");
-  ASSERT_EQ(KyGuid::kResultAncientAdopted, Run());
-  EXPECT_EQ(kAncient, Active("Guid"));
-  EXPECT_EQ(1, CountLog("LoadAncientGuidInfo failed: "));  // the common one
-}
-
-TEST_F(AncientTest, Config1OfOtherThan32HexDigitsIsNoAncientGuid) {
-  MachineA();
-  int runs = 0;
-  for (const std::string& bad : {kAncient.substr(1), kAncient + "0", "g" + kAncient.substr(1)}) {
-    WriteGlobalMgr(ProfileDir(), bad, KyGuidUtils::Md5Hex("001122aabbcc"), "");
-    DeleteFileA(GuidDbPath().c_str());
-    ASSERT_EQ(KyGuid::kResultFirstBuilt, Run()) << bad;
-    EXPECT_EQ(++runs, CountLog("Load ancient guid info failed, now try build new guid"));
-  }
-}
-
-TEST_F(AncientTest, AncientGuidBoundByNothingIsReplacedAsAnotherVersion) {
-  MachineA();
-  WriteGlobalMgr(ProfileDir(), kAncient, "no such mac", "no such disk");
-  ASSERT_EQ(KyGuid::kResultReplacedOtherVersion, Run());
-  EXPECT_EQ("0", Active("CreateIndex"));  // -1 + 1
-  EXPECT_EQ("3", Active("Reason"));
-  EXPECT_EQ(kAncient, IniRead(GuidDbPath(), "Build0", "OldGuid"));
-  EXPECT_EQ(1, CountLog("Deepmatch can't find adapter: no such mac"));
-  EXPECT_EQ(1, CountLog("Deepmatch can't find disk: no such disk"));
+  Rebuild(-5, 2, false, same, "-4", "Build-4", 3);
+  Rebuild(4, 2, false, same, "5", "Build0", 3);  // the sixth build overwrites the first
+  // Replacing an earlier version's record: only the adapter is lost here.
+  Rebuild(2, 1, true, KyGuid::kResultReplacedOtherVersion, "3", "Build3", 2);
+  EXPECT_EQ(1, CountLog("version change[1==>2] guid change: " + KyGuidUtils::Md5Hex("3") +
+                        " ==> " + Active("Guid")));
 }
 
 }  // namespace

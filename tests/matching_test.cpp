@@ -194,85 +194,98 @@ INSTANTIATE_TEST_SUITE_P(Changes, MatchingScenarioTest, ::testing::ValuesIn(kSce
                          });
 
 // An earlier scheme's GUID in GlobalMgr.db and no Guid.db: to which present
-// device the ancient values bind, and what the first update makes of it.
-class AncientBindingTest : public KyGuidTest::IsolatedTest {
- protected:
-  void WriteGlobalMgr(const std::string& macValue, const std::string& diskValue) {
-    KyGuidTest::MakeDirs(ProfileDir());
-    const std::string path = ProfileDir() + "\\GlobalMgr.db";
-    IniWrite(path, "Profile", "config1", kAncient);
-    IniWrite(path, "Profile", "config2", macValue.c_str());
-    IniWrite(path, "Profile", "config3", diskValue.c_str());
-  }
-  int Update() {
-    CGuidBuilder builder(true);
-    return builder.UpdateNewGuid();
-  }
-  std::string Active(const char* key) { return IniRead(GuidDbPath(), "ActiveGuid", key); }
-  static std::string DiskValue(const std::string& model, const std::string& revision,
-                               const std::string& serial) {
-    return KyGuidUtils::Md5Hex(serial + model + revision);
-  }
-  static constexpr char kAncient[] = "feedfacefeedfacefeedfacefeedface";
+// device the ancient values (MD5 of the MAC text; of serial, model and
+// revision run together) bind, and what the first update makes of it.
+constexpr char kAncient[] = "feedfacefeedfacefeedfacefeedface";
+const std::string kDeskMacValue = KyGuidUtils::Md5Hex("001122aabbcc");
+const std::string kAdoptedLine = std::string("use ancient guid: guid[") + kAncient + "]";
+constexpr char kDeskKeys[] = "PID:{ST1000DM010}SN:{Z9A1B2C3}Mac:{001122aabbcc}";
+constexpr int kAdopted = KyGuid::kResultAncientAdopted;
+constexpr int kDiskLost = KyGuid::kReasonDiskLost, kAdapterLost = KyGuid::kReasonAdapterLost;
+
+struct AncientCase {
+  const char* name;
+  MachineSetup machine;
+  std::string config1, config2, config3;  // id, MAC value, disk value
+  const char* folder;  // GlobalMgr.db in "common" or "user"; "hdd": common, with HDD.db
+  int result;
+  int reason;          // of the record in force afterwards
+  const char* keys;    // its disk and adapter keys
+  std::string message;  // logged once
 };
 
-TEST_F(AncientBindingTest, BoundByThePresentDiskKeepsTheGuidWithTheBestAdapterStandingIn) {
-  Desk(m_machine);
-  WriteGlobalMgr("unknown mac value", DiskValue("ST1000DM010", "CC43", "Z9A1B2C3"));
-  ASSERT_EQ(KyGuid::kResultAncientAdopted, Update());
-  EXPECT_EQ(kAncient, Active("Guid"));
-  EXPECT_EQ("PID:{ST1000DM010}SN:{Z9A1B2C3}", Active("DiskKey"));
-  EXPECT_EQ("Mac:{001122aabbcc}", Active("AdapterKey"));
-  EXPECT_EQ(std::to_string(KyGuid::kReasonAdapterLost), Active("Reason"));
-  EXPECT_EQ(1, CountLog("Deepmatch can't find adapter: unknown mac value"));
+const AncientCase kAncientCases[] = {
+    {"BoundByTheDiskWithTheBestAdapterStandingIn", Desk, kAncient, "unknown mac",
+     KyGuidUtils::Md5Hex("Z9A1B2C3ST1000DM010CC43"), "common", kAdopted, kAdapterLost, kDeskKeys,
+     "Deepmatch can't find adapter: unknown mac"},
+    {"BoundByTheMacWithTheBestDiskStandingIn", Desk, kAncient, kDeskMacValue, "unknown disk",
+     "common", kAdopted, kDiskLost, kDeskKeys,
+     "Deepmatch find adapter[001122aabbcc]-->Guid[" + kDeskMacValue + "]"},
+    {"PerUserFileServesWhenTheCommonOneIsMissing", Desk, kAncient, kDeskMacValue, "", "user",
+     kAdopted, kDiskLost, kDeskKeys, "LoadAncientGuidInfo failed: "},
+    // The earlier scheme hashed the IDENTIFY strings with their leading
+    // blanks; only its own device reads reproduce the value.
+    {"BoundThroughALegacyDeviceReadThatKeepsLeadingBlanks",
+     [](Machine& m) {
+       KyGuidSim::SimDrive& drive = m.AddDrive(0);
+       drive.descriptor = Machine::Descriptor("", "OLD MODEL", "R1", "W123456", 11, false);
+       drive.identify = Machine::Identify("  OLD MODEL", "  W123456", "R1");
+       Nic(m, "NIC-B", kMacB, "PCI\\B");
+     },
+     kAncient, "unknown mac", KyGuidUtils::Md5Hex("  W123456  OLD MODELR1"), "common", kAdopted,
+     kAdapterLost, "PID:{OLD MODEL}SN:{W123456}Mac:{001a2b3c4d5e}", kAdoptedLine},
+    // HDD.db's random identity stands for drive 0.
+    {"BoundThroughTheRandomIdentityKeptInHddDb", Desk, kAncient, "unknown mac",
+     KyGuidUtils::Md5Hex("Rand_SerialXyzRand_ModelAbcRand_RevQq"), "hdd", kAdopted, kAdapterLost,
+     kDeskKeys, kAdoptedLine},
+    {"BoundByNothingIsReplacedAsAnotherVersion", Desk, kAncient, "unknown mac", "unknown disk",
+     "common", KyGuid::kResultReplacedOtherVersion, kDiskLost | kAdapterLost, kDeskKeys,
+     "Deepmatch can't find disk: unknown disk"},
+    {"MachineWithoutDisksKeepsAnUnboundAncientGuid",
+     [](Machine& m) { Nic(m, "NIC-B", kMacB, "PCI\\B"); }, kAncient, "unknown mac", "unknown disk",
+     "common", kAdopted, kDiskLost | kAdapterLost, "unknown diskMac:{001a2b3c4d5e}",
+     "nothing match, but local has no disk, no change"},
+    {"Config1OfThirtyThreeDigitsIsNoAncientGuid", Desk, std::string(kAncient) + "0",
+     kDeskMacValue, "", "common", KyGuid::kResultFirstBuilt, 0, kDeskKeys,
+     "Load ancient guid info failed, now try build new guid"},
+};
+
+void PrintTo(const AncientCase& c, std::ostream* out) { *out << c.name; }
+
+class AncientBindingTest : public KyGuidTest::IsolatedTest,
+                           public ::testing::WithParamInterface<AncientCase> {};
+
+TEST_P(AncientBindingTest, FirstUpdateOutcome) {
+  const AncientCase& c = GetParam();
+  c.machine(m_machine);
+  const std::string user = m_folders->UserAppData() + "\\Corvane\\Greibraske";
+  const std::string folder = std::string(c.folder) == "user" ? user : ProfileDir();
+  KyGuidTest::MakeDirs(folder);
+  KyGuidTest::WriteWholeFile(folder + "\\GlobalMgr.db", "[Profile]\r\nconfig1=" + c.config1 +
+                             "\r\nconfig2=" + c.config2 + "\r\nconfig3=" + c.config3 + "\r\n");
+  if (std::string(c.folder) == "hdd") {
+    KyGuidTest::WriteWholeFile(folder + "\\HDD.db", "[HDD]\r\nSerialNumber=Rand_SerialXyz\r\n"
+                               "ModelNumber=Rand_ModelAbc\r\nRevisionNumber=Rand_RevQq\r\n");
+  }
+  EXPECT_EQ(c.result, CGuidBuilder(true).UpdateNewGuid());
+  const std::string path = GuidDbPath();
+  auto active = [&](const char* key) { return IniRead(path, "ActiveGuid", key); };
+  EXPECT_EQ("2", active("Version"));
+  if (c.result != KyGuid::kResultFirstBuilt) {  // the ancient record is kept as the old one
+    EXPECT_EQ(c.result == kAdopted, active("Guid") == kAncient);
+    EXPECT_EQ(c.result == kAdopted ? "-1" : "0", active("CreateIndex"));  // -1: outside the ring
+    const std::string section = "Build" + active("CreateIndex");
+    EXPECT_EQ(kAncient, IniRead(path, section.c_str(), "OldGuid"));
+    EXPECT_EQ("1", IniRead(path, section.c_str(), "OldVersion"));
+  }
+  EXPECT_EQ(std::to_string(c.reason), active("Reason"));
+  EXPECT_EQ(c.keys, active("DiskKey") + active("AdapterKey"));
+  EXPECT_EQ(1, CountLog(c.message)) << c.message;
 }
 
-TEST_F(AncientBindingTest, BoundThroughALegacyDeviceReadThatKeepsLeadingBlanks) {
-  // The earlier scheme hashed the IDENTIFY strings with their leading blanks;
-  // the descriptor's trimmed strings no longer reproduce its value.
-  KyGuidSim::SimDrive& drive = m_machine.AddDrive(0);
-  drive.descriptor = Machine::Descriptor("", "OLD MODEL", "R1", "W123456", 11, false);
-  drive.identify = Machine::Identify("  OLD MODEL", "  W123456", "R1");
-  Nic(m_machine, "NIC-B", kMacB, "PCI\\B");
-  WriteGlobalMgr("unknown mac value", DiskValue("  OLD MODEL", "R1", "  W123456"));
-  ASSERT_EQ(KyGuid::kResultAncientAdopted, Update());
-  EXPECT_EQ(kAncient, Active("Guid"));
-  EXPECT_EQ("PID:{OLD MODEL}SN:{W123456}", Active("DiskKey"));  // renewed from the present disk
-  // Bound by the legacy reads, which have no line of their own.
-  EXPECT_EQ(0, CountLog("Deepmatch find disk"));
-  EXPECT_EQ(0, CountLog("Deepmatch can't find disk"));
-}
-
-TEST_F(AncientBindingTest, BoundThroughTheRandomIdentityKeptInHddDb) {
-  Desk(m_machine);
-  KyGuidTest::MakeDirs(ProfileDir());
-  const std::string hdd = ProfileDir() + "\\HDD.db";
-  IniWrite(hdd.c_str(), "HDD", "SerialNumber", "Rand_SerialXyz");
-  IniWrite(hdd.c_str(), "HDD", "ModelNumber", "Rand_ModelAbc");
-  IniWrite(hdd.c_str(), "HDD", "RevisionNumber", "Rand_RevQq");
-  WriteGlobalMgr("unknown mac value", DiskValue("Rand_ModelAbc", "Rand_RevQq", "Rand_SerialXyz"));
-  ASSERT_EQ(KyGuid::kResultAncientAdopted, Update());
-  EXPECT_EQ(kAncient, Active("Guid"));
-  EXPECT_EQ("PID:{ST1000DM010}SN:{Z9A1B2C3}", Active("DiskKey"));  // drive 0 is present
-  EXPECT_EQ(std::to_string(KyGuid::kReasonAdapterLost), Active("Reason"));
-}
-
-TEST_F(AncientBindingTest, BoundByNothingIsReplacedAsAnotherVersion) {
-  Desk(m_machine);
-  WriteGlobalMgr("unknown mac value", "unknown disk value");
-  ASSERT_EQ(KyGuid::kResultReplacedOtherVersion, Update());
-  EXPECT_NE(kAncient, Active("Guid"));
-  EXPECT_EQ(kAncient, IniRead(GuidDbPath(), "Build0", "OldGuid"));
-  EXPECT_EQ(1, CountLog("nothing match, build new guid"));
-}
-
-TEST_F(AncientBindingTest, MachineWithoutDisksKeepsAnUnboundAncientGuid) {
-  Nic(m_machine, "NIC-B", kMacB, "PCI\\B");
-  WriteGlobalMgr("unknown mac value", "unknown disk value");
-  ASSERT_EQ(KyGuid::kResultAncientAdopted, Update());
-  EXPECT_EQ(kAncient, Active("Guid"));
-  EXPECT_EQ(std::to_string(KyGuid::kReasonDiskLost | KyGuid::kReasonAdapterLost), Active("Reason"));
-  EXPECT_EQ(1, CountLog("nothing match, but local has no disk, no change"));
-}
+INSTANTIATE_TEST_SUITE_P(Ancient, AncientBindingTest, ::testing::ValuesIn(kAncientCases),
+                         [](const ::testing::TestParamInfo<AncientCase>& info) {
+                           return std::string(info.param.name);
+                         });
 
 }  // namespace
