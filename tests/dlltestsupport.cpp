@@ -32,12 +32,13 @@ std::string MachineProfileDir() {
   return ShellFolder(CSIDL_COMMON_APPDATA) + "\\Corvane\\Greibraske";
 }
 std::string UserProfileDir() { return ShellFolder(CSIDL_APPDATA) + "\\Corvane\\Greibraske"; }
-std::string CommonIdDir() { return ShellFolder(CSIDL_COMMON_APPDATA) + "\\Corvane\\Desktop"; }
 
-// The files directly in each place the library writes, the legacy id and
-// caches included; subfolders and the folders themselves stay.
+// The files directly in each place the library writes; subfolders and the
+// folders themselves stay.
 void WipeMachineProfile() {
-  for (const std::string& dir : {MachineProfileDir(), UserProfileDir(), CommonIdDir()}) {
+  // C:\ProgramData\Corvane\Desktop holds the legacy Global.db.
+  const std::string legacyIdDir = ShellFolder(CSIDL_COMMON_APPDATA) + "\\Corvane\\Desktop";
+  for (const std::string& dir : {MachineProfileDir(), UserProfileDir(), legacyIdDir}) {
     WIN32_FIND_DATAA data;
     HANDLE find = FindFirstFileA((dir + "\\*").c_str(), &data);
     for (bool more = find != INVALID_HANDLE_VALUE; more; more = FindNextFileA(find, &data)) {

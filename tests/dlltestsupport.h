@@ -16,8 +16,7 @@ namespace KyGuidTest {
 std::string ExecutableDir();
 std::string MachineProfileDir();  // C:\ProgramData\Corvane\Greibraske of the Wine prefix
 std::string UserProfileDir();     // its per-user counterpart under AppData\Roaming
-std::string CommonIdDir();        // C:\ProgramData\Corvane\Desktop, the legacy Global.db's
-void WipeMachineProfile();        // empties the three folders above
+void WipeMachineProfile();        // empties these, and the legacy Global.db's folder
 
 struct ProcessResult {
   DWORD exitCode = 0xFFFFFFFF;
