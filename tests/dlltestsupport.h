@@ -14,21 +14,16 @@
 namespace KyGuidTest {
 
 std::string ExecutableDir();
-// C:\ProgramData\Corvane\Greibraske of the Wine prefix.
-std::string MachineProfileDir();
-// The per-user counterpart, C:\users\<user>\AppData\Roaming\Corvane\Greibraske.
-std::string UserProfileDir();
-// C:\ProgramData\Corvane\Desktop, where the legacy Global.db lives.
-std::string CommonIdDir();
-// Empties the three folders above.
-void WipeMachineProfile();
+std::string MachineProfileDir();  // C:\ProgramData\Corvane\Greibraske of the Wine prefix
+std::string UserProfileDir();     // its per-user counterpart under AppData\Roaming
+void WipeMachineProfile();        // empties these, and the legacy Global.db's folder
 
 struct ProcessResult {
   DWORD exitCode = 0xFFFFFFFF;
   std::string output;  // stdout and stderr together
 };
-// Runs `commandLine` (the program resolved in the test executable's folder)
-// and waits for it.
+// Runs `commandLine` and waits for it; a program without a full path is
+// taken from the test executable's folder.
 ProcessResult RunProcess(const std::string& commandLine, DWORD timeoutMs = 60000);
 
 class DllTest : public ::testing::Test {
@@ -44,7 +39,6 @@ class DllTest : public ::testing::Test {
 
   std::string m_logPath;
   std::string m_reportPath;  // what the substitute reporting module received
-
   HMODULE m_library = nullptr;
   GetGuidReaderFn m_getReader = nullptr;
   GetGuidUpdaterFn m_getUpdater = nullptr;
