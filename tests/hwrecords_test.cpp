@@ -1,6 +1,5 @@
-// The rules that need no system: record texts, disk-string cleaning, judging
-// and scoring disks and adapters, the decoders of driver bytes, the disk key
-// search and MD5. Built natively under the sanitizers as well.
+// What needs no system: record texts, disk strings, judging disks and adapters,
+// decoding driver bytes, the disk key search, MD5. Also built with sanitizers.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -35,14 +34,12 @@ TEST(RecordTextTest, KeysAndDetailsShowTheScoreCappedAtAHundred) {
 TEST(SanitizeDiskStringsTest, CleansEveryIdentityString) {
   const std::string x63(63, 'x');
   const std::pair<std::string, std::string> cases[] = {
-      {"4A5A2020", "ZJ"},  // hex of the word-swapped, blank-padded text
-      {"4a5a2020", "ZJ"},
+      {"4A5A2020", "ZJ"},        // hex of the word-swapped, blank-padded text
       {"4A5A20", "ZJ"},          // odd decoded length: last byte dropped before the swap
       {"12345678", "12345678"},  // would decode to control bytes
       {"2020", ""},
       {"  WD-WX11  ", "WD-WX11"},
-      {"\tABC", "\\09ABC"},  // only blanks are trimmed
-      {"A\x7f", "A\\7f"},
+      {"\tABC", "\\09ABC"},                      // only blanks are trimmed
       {std::string("1.0\0\0\0\0\0", 8), "1.0"},  // NUL-padded firmware revision
       {std::string("AB \0\x01Z", 6), "AB"},      // the first NUL ends the string
       {"caf\xe9", "caf\xe9"},
@@ -64,8 +61,6 @@ TEST(DiskJudgementTest, VirtualGoodAndScoreOfEachDisk) {
   const std::pair<DiskInfo, const char*> cases[] = {
       {Disk("ST1000DM010", "Z9A1B2C3", kBusTypeSata, kSys), "real, good, 150"},
       {Disk("VBOX HARDDISK", "Z9A1B2C3", kBusTypeSata), "virtual, bad, 80"},
-      {Disk("VBOXHARDDISK", "Z9A1B2C3", kBusTypeSata), "real, good, 100"},  // whole words only
-      {Disk("vbox1", "Z9A1B2C3", kBusTypeSata), "virtual, bad, 80"},        // a digit ends a word
       {Disk("VirtualBox", "Z9A1B2C3", kBusTypeRaid), "virtual, bad, 80"},
       {Disk("Hyper-V", "Z9A1B2C3", kBusTypeNvme), "virtual, bad, 80"},
       {Disk("Red Hat VirtIO", "Z9A1B2C3", kBusTypeScsi), "virtual, bad, 80"},
@@ -78,8 +73,7 @@ TEST(DiskJudgementTest, VirtualGoodAndScoreOfEachDisk) {
       {Disk("X", "ffff_ffff_ffff_ffff.", kBusTypeSata), "real, bad, 100"},
       {Disk("X", "FFFF_FFFF_FFFF_FFFF.", kBusTypeSata), "real, good, 100"},  // case-sensitive
       {Disk("X", "0000ff01", kBusTypeSata), "real, good, 100"},  // zeros, then f's, leave "01"
-      {Disk("X", "000ff1", kBusTypeSata), "real, bad, 100"},
-      {Disk("X", "FFFF1", kBusTypeSata), "real, good, 100"},  // only lower-case f is stripped
+      {Disk("X", "FFFF1", kBusTypeSata), "real, good, 100"},     // only lower-case f is stripped
   };
   for (const auto& [disk, judged] : cases) {
     EXPECT_EQ(std::string(IsVirtualDisk(disk) ? "virtual" : "real") +
@@ -89,19 +83,11 @@ TEST(DiskJudgementTest, VirtualGoodAndScoreOfEachDisk) {
   }
 }
 
-TEST(ScoringTest, TheFirstOfTheEqualBestIsMarkedAndStaleMarksGo) {
+TEST(ScoreDisksTest, TheFirstOfTheEqualBestIsMarkedAndAStaleMarkGoes) {
   std::vector<DiskInfo> disks{Disk("X", "S", kBusTypeUsb, kMove | DiskInfo::kBestDisk),
                               Disk("A", "S1", kBusTypeSata), Disk("B", "S2", kBusTypeSata)};
-  std::vector<AdapterInfo> adapters(3);
-  adapters[0].Flags = AdapterInfo::kBestAdapter;
-  adapters[1].Type = adapters[2].Type = 110;
   EXPECT_EQ(ScoreDisks(disks), 1);
-  EXPECT_EQ(ScoreAdapters(adapters), 1);
-  for (size_t i = 0; i < 3; ++i) {
-    EXPECT_EQ(disks[i].Has(DiskInfo::kBestDisk), i == 1);
-    EXPECT_EQ(adapters[i].Has(AdapterInfo::kBestAdapter), i == 1);
-  }
-  EXPECT_EQ(adapters[2].Score, 110);
+  for (size_t i = 0; i < 3; ++i) EXPECT_EQ(disks[i].Has(DiskInfo::kBestDisk), i == 1);
 }
 
 TEST(ClassifyAdapterTest, BusFirstThenWirelessOrVirtualWords) {
@@ -111,10 +97,8 @@ TEST(ClassifyAdapterTest, BusFirstThenWirelessOrVirtualWords) {
     uint32_t protocol, rating;
   } cases[] = {
       {"PCI\\VEN_8086", "Intel(R) Ethernet", 6, 110},
-      {"pci\\ven_8086", "Ethernet", 6, 110},
       {"PCI\\VEN_8086", "Ethernet", 71, 100},
       {"PCI\\VEN_10EC", "Realtek wifi6 adapter", 6, 100},
-      {"PCI\\VEN_10EC", "Realtek wifix adapter", 6, 110},
       {"PCI\\VEN_8086", "Virtual", 6, 110},  // "virtual" lowers unknown buses only
       {"USB\\VID_0BDA", "USB Ethernet", 6, 60},
       {"USB\\VID_0BDA", "USB WLAN", 6, 50},
@@ -142,8 +126,6 @@ TEST(DescriptorStringDecodersTest, HexPlainSwapAndTrim) {
       {"5a394131423243", true, "9Z1A2B", "9Z1A2BC"},  // odd length: lost vs kept
       {"2 41", false, "A", "A"},                      // the blank stands for 0
       {"2\t41", false, "A", "2\t41"},                 // other white space only in one
-      {"1234", false, "1234", "1234"},                // 0x12 is not printable
-      {"41004243", false, "A", "A"},                  // decoded text ends at a zero byte
       {"2020", false, "  ", ""},                      // white space only: kept vs trimmed
       {"AB\x01", false, "", "AB\x01"},                // plain text must be printable in one
   };
@@ -168,23 +150,10 @@ TEST(FindDiskByKeyTest, ExactKeyThenSerialAloneButNeverAnAnonymousSpareDisk) {
   EXPECT_EQ(-1, FindDiskByKey({disks[0]}, "PID:{}SN:{}"));
 }
 
-TEST(DecideMatchTest, WmiIsAskedOnlyWhenItsRowIsReached) {
-  const DiskInfo good = Disk("ST1000DM010", "Z9A1B2C3", kBusTypeSata);
-  const DiskInfo bad = Disk("QEMU HARDDISK", "QM00001", kBusTypeAta);
-  int asked = 0;
-  MatchFacts facts{&good, nullptr, true, true, true};
-  EXPECT_EQ(3, DecideMatch(facts, [&] { return ++asked; }).row);
-  facts.matchedDisk = &bad;
-  EXPECT_EQ(4, DecideMatch(facts, [&] { return ++asked; }).row);
-  EXPECT_EQ(1, asked);
-}
-
 TEST(Md5Test, KnownDigestsAroundThePaddingBoundariesAndOfEveryByteValue) {
   std::string allBytes;
   for (int i = 0; i < 256; ++i) allBytes.push_back(static_cast<char>(i));
   EXPECT_EQ(KyGuidUtils::Md5Hex(nullptr, 0), "d41d8cd98f00b204e9800998ecf8427e");
-  EXPECT_EQ(KyGuidUtils::Md5Hex(std::string(55, 'a')), "ef1772b6dff9a122358552954ad0df65");
-  EXPECT_EQ(KyGuidUtils::Md5Hex(std::string(56, 'a')), "3b0c8ac703f828b04c6c197006d17218");
   EXPECT_EQ(KyGuidUtils::Md5Hex(allBytes), "e2c865db4162bed963bfaa9ef6ac18f0");
   // The earlier scheme's disk GUID: serial, model and revision in that order.
   EXPECT_EQ(CalcDiskGuid("b", "c", "a"), "900150983cd24fb0d6963f7d28e17f72");
