@@ -150,10 +150,11 @@ TEST(FindDiskByKeyTest, ExactKeyThenSerialAloneButNeverAnAnonymousSpareDisk) {
   EXPECT_EQ(-1, FindDiskByKey({disks[0]}, "PID:{}SN:{}"));
 }
 
-TEST(Md5Test, KnownDigestsAroundThePaddingBoundariesAndOfEveryByteValue) {
+TEST(Md5Test, KnownDigestsAndTheEarlierSchemesDiskGuid) {
   std::string allBytes;
   for (int i = 0; i < 256; ++i) allBytes.push_back(static_cast<char>(i));
   EXPECT_EQ(KyGuidUtils::Md5Hex(nullptr, 0), "d41d8cd98f00b204e9800998ecf8427e");
+  EXPECT_EQ(KyGuidUtils::Md5Hex(std::string(56, 'a')), "3b0c8ac703f828b04c6c197006d17218");
   EXPECT_EQ(KyGuidUtils::Md5Hex(allBytes), "e2c865db4162bed963bfaa9ef6ac18f0");
   // The earlier scheme's disk GUID: serial, model and revision in that order.
   EXPECT_EQ(CalcDiskGuid("b", "c", "a"), "900150983cd24fb0d6963f7d28e17f72");
