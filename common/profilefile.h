@@ -1,6 +1,9 @@
 // The INI files of the library and of the earlier scheme are read and
 // written through the narrow profile functions only, on paths in the ANSI
-// code page; these are the only calls to them.
+// code page; these are the only calls to them. An empty path, which a folder
+// the shell could not give leaves behind, reads as absent and is never
+// written: the profile functions would take it as a file in the Windows
+// folder.
 #pragma once
 
 #include <cstdint>

@@ -38,8 +38,10 @@ constexpr size_t kLastSerialCheckAt = 19;
 // goes in one block that is both request and reply.
 constexpr SmartSweep kAdminRightsSweep{
     kShareReadWrite, false, true, {kSendCmdInSize - 1, kIdentifyReplySize, false}};
-constexpr SmartSweep kUsingSmartSweep{
-    kShareReadWrite | kShareDelete, true, false, {kSendCmdInSize, kSendCmdInSize + kIdentifyDataSize, true}};
+constexpr SmartSweep kUsingSmartSweep{kShareReadWrite | kShareDelete,
+                                      true,
+                                      false,
+                                      {kSendCmdInSize, kSendCmdInSize + kIdentifyDataSize, true}};
 
 uint32_t ReadLe32(const uint8_t* bytes, size_t at) {
   uint32_t value;

@@ -5,8 +5,8 @@
 
 #include "common/kylog.h"
 #include "kyguidlib/cdisksmartfetcher.h"
-#include "kyguidlib/devicetransport.h"
 #include "kyguidlib/devicestrings.h"
+#include "kyguidlib/devicetransport.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/hardware.h"
 #include "kyguidlib/platform.h"
@@ -59,7 +59,8 @@ void CDiskFetcher::Enumerate() {
     disk.Index = drive;
     if (FetchDisk(drive, disk)) m_disks.push_back(disk);
   }
-  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFetch), "Fetch %d Disks", static_cast<int>(m_disks.size()));
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFetch), "Fetch %d Disks",
+               static_cast<int>(m_disks.size()));
 }
 
 bool CDiskFetcher::FetchDisk(int drive, DiskInfo& disk) {
@@ -129,8 +130,8 @@ bool CDiskFetcher::UpdateSystemMask(wchar_t letter) {
 
   uint8_t extents[kExtentsReplySize] = {};
   uint32_t returned = 0;
-  if (!volume->Control(kIoctlVolumeGetDiskExtents, nullptr, 0, extents, sizeof(extents),
-                       &returned, &error)) {
+  if (!volume->Control(kIoctlVolumeGetDiskExtents, nullptr, 0, extents, sizeof(extents), &returned,
+                       &error)) {
     KyLog::Write(KyLog::kWarn, KYLOG_SITE(kUpdateSystemMask),
                  L"UpdateSystemInfo[%c:] IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS failed: %u", letter,
                  error);

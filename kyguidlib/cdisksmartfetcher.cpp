@@ -20,7 +20,8 @@ constexpr SmartRequestForm kCommandOnly{kSendCmdInSize, kIdentifyReplySize, fals
 
 int CDiskSmartFetcher::Fetch(DiskInfo& disk) {
   uint32_t error = 0;
-  std::unique_ptr<IDevice> device = OpenPhysicalDrive(disk.Index, kReadWrite, kShareReadWrite, &error);
+  std::unique_ptr<IDevice> device =
+      OpenPhysicalDrive(disk.Index, kReadWrite, kShareReadWrite, &error);
   if (!device) {
     if (error != kErrorFileNotFound) {
       KyLog::Write(KyLog::kWarn, KYLOG_SITE(kFetch), "Open Disk[%d] failed: %u", disk.Index, error);

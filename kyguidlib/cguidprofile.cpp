@@ -1,8 +1,8 @@
 #include "kyguidlib/cguidprofile.h"
 
-#include <windows.h>
 #include <shlobj.h>
 #include <shlwapi.h>
+#include <windows.h>
 
 #include <cstdio>
 #include <vector>
@@ -47,19 +47,23 @@ int CGuidProfile::LoadGuidInfo(GuidRecord& out) const {
   }
   out.Guid = guid;
 
-  std::string diskKey = KyGuidUtils::ReadIniString(m_path, kActiveSection, "DiskKey", kValueBufferSize);
+  std::string diskKey =
+      KyGuidUtils::ReadIniString(m_path, kActiveSection, "DiskKey", kValueBufferSize);
   KyGuidUtils::RemoveBlanksAfterMarker(diskKey, "PID:{");
   KyGuidUtils::RemoveBlanksAfterMarker(diskKey, "SN:{");
   out.DiskKey = diskKey;
 
-  std::string diskDetail = KyGuidUtils::ReadIniString(m_path, kActiveSection, "DiskDetail", kValueBufferSize);
+  std::string diskDetail =
+      KyGuidUtils::ReadIniString(m_path, kActiveSection, "DiskDetail", kValueBufferSize);
   KyGuidUtils::RemoveBlanksAfterMarker(diskDetail, "PID:{");
   KyGuidUtils::RemoveBlanksAfterMarker(diskDetail, "VID:{");
   KyGuidUtils::RemoveBlanksAfterMarker(diskDetail, "SN:{");
   out.DiskDetail = diskDetail;
 
-  out.AdapterKey = KyGuidUtils::ReadIniString(m_path, kActiveSection, "AdapterKey", kValueBufferSize);
-  out.AdapterDetail = KyGuidUtils::ReadIniString(m_path, kActiveSection, "AdapterDetail", kValueBufferSize);
+  out.AdapterKey =
+      KyGuidUtils::ReadIniString(m_path, kActiveSection, "AdapterKey", kValueBufferSize);
+  out.AdapterDetail =
+      KyGuidUtils::ReadIniString(m_path, kActiveSection, "AdapterDetail", kValueBufferSize);
   out.CreateIndex = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "CreateIndex", -1);
   out.CreateTime = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "CreateTime", 0);
   out.Score = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "Score", 0);
@@ -77,8 +81,7 @@ void CGuidProfile::SaveGuidInfo(const std::string& section, const GuidRecord& re
   if (!write("Guid", record.Guid)) {
     DWORD error = GetLastError();
     KyLog::WriteError(KyLog::kError, error, KYLOG_SITE(L"KyGuid::CGuidProfile::SaveGuidInfo"),
-                      "SaveGuidInfo failed: %u, %s", static_cast<unsigned>(error),
-                      m_path.c_str());
+                      "SaveGuidInfo failed: %u, %s", static_cast<unsigned>(error), m_path.c_str());
     return;
   }
   write("DiskKey", record.DiskKey);
@@ -129,14 +132,16 @@ std::string CGuidProfile::FindBuildAdapter(const std::string& text) const {
   int index = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "CreateIndex", -1);
   for (int walked = 0; walked < 5 && index >= 0; ++walked, --index) {
     const std::string section = BuildSectionName(index);
-    unsigned count = static_cast<unsigned>(KyGuidUtils::ReadIniInt(m_path, section.c_str(), "AdapterCount", 0));
+    unsigned count =
+        static_cast<unsigned>(KyGuidUtils::ReadIniInt(m_path, section.c_str(), "AdapterCount", 0));
     // The count comes from a file anyone may have written: 4294967295 would
     // keep an update reading the file for hours. Saved lists have no gaps,
     // so the first missing entry ends the list whatever the count says.
     for (unsigned j = 0; j < count && j < kMaxListEntries; ++j) {
       char key[32];
       snprintf(key, sizeof(key), "Adapter%u", j);
-      std::string entry = KyGuidUtils::ReadIniString(m_path, section.c_str(), key, kValueBufferSize);
+      std::string entry =
+          KyGuidUtils::ReadIniString(m_path, section.c_str(), key, kValueBufferSize);
       if (entry.empty()) break;
       if (entry.find(text) != std::string::npos) return entry;
     }

@@ -9,8 +9,8 @@
 #include <cstring>
 
 #include "common/kylog.h"
-#include "common/profilefile.h"
 #include "common/md5.h"
+#include "common/profilefile.h"
 #include "common/strutil.h"
 #include "kyguidlib/cguidbuilder.h"
 #include "kyguidlib/guidpaths.h"
@@ -146,7 +146,8 @@ BOOL CGuidReporter::SaveToCache(const ReportFields& report) {
   EnsureProfileFolder();
   // Wrapping after a hundred keeps the count short; the ring only needs
   // count modulo five.
-  unsigned count = static_cast<unsigned>(KyGuidUtils::ReadIniInt(m_path, kDescSection, kCountKey, 0));
+  unsigned count =
+      static_cast<unsigned>(KyGuidUtils::ReadIniInt(m_path, kDescSection, kCountKey, 0));
   if (count > kMaxCount) count = 0;
   if (!KyGuidUtils::WriteIniString(m_path, kDescSection, kCountKey, std::to_string(count + 1))) {
     KyLog::WriteError(KyLog::kWarn, GetLastError(),
@@ -181,8 +182,7 @@ int CGuidReporter::LoadFromCache(std::vector<ReportFields>& list) {
 }
 
 void CGuidReporter::MakeReport(int updateResult, const CGuidBuilder& builder,
-                               const std::string& ancientGuid,
-                               ReportFields& report) {
+                               const std::string& ancientGuid, ReportFields& report) {
   report.clear();
   auto add = [&report](const char* key, std::string value) {
     report.emplace_back(key, std::move(value));
@@ -201,8 +201,8 @@ void CGuidReporter::MakeReport(int updateResult, const CGuidBuilder& builder,
   add(kResultField, FormatInt(updateResult));
   add("system_disk", systemDisk ? DiskDetail(*systemDisk) : std::string());
   add("rand_guid", randGuid);
-  add("virt_guid", KyGuidUtils::Md5Hex((systemDisk ? DiskKey(*systemDisk) : std::string()) +
-                                       randGuid));
+  add("virt_guid",
+      KyGuidUtils::Md5Hex((systemDisk ? DiskKey(*systemDisk) : std::string()) + randGuid));
   add("ancient_guid", ancientGuid);
   add("best_guid", builder.BestGuid().Guid);
   add("reporter", ExecutableFileName());

@@ -43,8 +43,8 @@ void ForEachScsiPort(const std::function<void(int controller, IDevice& port)>& v
   IHardware& hardware = *CurrentPlatform().hardware;
   for (int controller = 0; controller < kMaxScsiControllers; ++controller) {
     uint32_t error = 0;
-    if (std::unique_ptr<IDevice> port = hardware.OpenDevice(
-            ScsiPortPath(controller), kReadWrite, kShareReadWrite, 0, &error)) {
+    if (std::unique_ptr<IDevice> port =
+            hardware.OpenDevice(ScsiPortPath(controller), kReadWrite, kShareReadWrite, 0, &error)) {
       visit(controller, *port);
     }
   }
@@ -77,9 +77,10 @@ IdentifyReply ReceiveDriveData(IDevice& device, std::vector<uint8_t> request,
   return result;
 }
 
-void SweepSmartIdentify(const SmartSweep& sweep,
-                        const std::function<void(int drive, const IdentifyReply& reply)>& answered,
-                        const std::function<void(int drive, SmartStep step, uint32_t error)>& failed) {
+void SweepSmartIdentify(
+    const SmartSweep& sweep,
+    const std::function<void(int drive, const IdentifyReply& reply)>& answered,
+    const std::function<void(int drive, SmartStep step, uint32_t error)>& failed) {
   ForEachPhysicalDrive(kReadWrite, sweep.share, [&](int drive, IDevice& device) {
     const SmartVersion version = QuerySmartVersion(device);
     if (!version.ok && sweep.versionMustSucceed) {
@@ -117,8 +118,8 @@ DescriptorReply QueryStorageDescriptor(IDevice& device, uint32_t replySize) {
   DescriptorReply result;
   result.bytes.assign(replySize, 0);
   uint32_t returned = 0;
-  result.ok = device.Control(kIoctlStorageQueryProperty, query, sizeof(query),
-                             result.bytes.data(), replySize, &returned, &result.error);
+  result.ok = device.Control(kIoctlStorageQueryProperty, query, sizeof(query), result.bytes.data(),
+                             replySize, &returned, &result.error);
   return result;
 }
 

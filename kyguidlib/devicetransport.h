@@ -71,9 +71,10 @@ struct SmartSweep {
 enum class SmartStep { kVersion, kIdentify };
 // `answered` gets every reply of a successful IDENTIFY call; `failed` hears
 // of every failed call, with its step and error.
-void SweepSmartIdentify(const SmartSweep& sweep,
-                        const std::function<void(int drive, const IdentifyReply& reply)>& answered,
-                        const std::function<void(int drive, SmartStep step, uint32_t error)>& failed);
+void SweepSmartIdentify(
+    const SmartSweep& sweep,
+    const std::function<void(int drive, const IdentifyReply& reply)>& answered,
+    const std::function<void(int drive, SmartStep step, uint32_t error)>& failed);
 
 // The miniport IDENTIFY of the device at `position` (0 or 1) behind a SCSI
 // port; request and reply share one block.

@@ -35,9 +35,9 @@ void WriteGlobalMgrId(const std::string& path, const std::string& id) {
 }
 
 std::string GlobalMgrText(const GlobalMgrValues& values) {
-  return std::string("[Profile]\r\n") + "config1=" + values.id + "\r\n" + "config2=" +
-         values.macDigest + "\r\n" + "config3=" + values.driveDigest + "\r\n" + "config4=" +
-         values.cpuDigest + "\r\n" + "config5=1\r\n";
+  return std::string("[Profile]\r\n") + "config1=" + values.id + "\r\n" +
+         "config2=" + values.macDigest + "\r\n" + "config3=" + values.driveDigest + "\r\n" +
+         "config4=" + values.cpuDigest + "\r\n" + "config5=1\r\n";
 }
 
 bool WriteGlobalMgrFile(const std::wstring& path, const GlobalMgrValues& values) {

@@ -181,6 +181,19 @@ TEST_F(UpdaterTest, EveryFileLandsInAFolderNamedBeyondAscii) {
   }
 }
 
+TEST_F(UpdaterTest, WithoutItsFoldersAnUpdateWritesNothingElsewhere) {
+  // A profile call on a relative name works in the Windows folder.
+  char windows[MAX_PATH] = {};
+  GetWindowsDirectoryA(windows, MAX_PATH);
+  m_folders->Fail();
+  TestUpdater().SafeUpdateNow();
+  for (const char* name : {"Guid.db", "GuidInfo.db", "GuidList.db", "GlobalMgr.db", "HDD.db"}) {
+    const std::string stray = std::string(windows) + "\\" + name;
+    EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(stray.c_str())) << stray;
+    DeleteFileA(stray.c_str());
+  }
+}
+
 TEST_F(UpdaterTest, ProcessExitWaitsForTheUpdateThreadToFinish) {
   // The probe starts a slow background update and returns from main at once;
   // the exit list must let the update finish rather than cut it off.

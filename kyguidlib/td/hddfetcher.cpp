@@ -1,7 +1,7 @@
 #include "kyguidlib/td/hddfetcher.h"
 
-#include <windows.h>
 #include <shlobj.h>
+#include <windows.h>
 
 #include <cstdint>
 #include <cstring>
@@ -10,10 +10,10 @@
 #include "common/clock.h"
 #include "common/kylog.h"
 #include "kyguidlib/devicestrings.h"
-#include "kyguidlib/td/legacystrings.h"
 #include "kyguidlib/devicetransport.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/hdddbfile.h"
+#include "kyguidlib/td/legacystrings.h"
 
 namespace KyMacID {
 namespace {

@@ -10,6 +10,9 @@ namespace KyMacID {
 namespace HistoryFile {
 
 Location Sibling(const wchar_t* path, const wchar_t* fileName) {
+  // Without a folder there is no sibling: a bare file name would land in the
+  // Windows folder.
+  if (!path || !*path) return Location();
   wchar_t buffer[MAX_PATH] = {};
   wcsncpy_s(buffer, MAX_PATH, path ? path : L"", _TRUNCATE);
   PathRemoveFileSpecW(buffer);

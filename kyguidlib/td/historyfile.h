@@ -16,7 +16,8 @@ struct Location {
   std::string ansi;
 };
 
-// `fileName` in the folder of `path` (the folder part of a file path).
+// `fileName` in the folder of `path` (the folder part of a file path);
+// empty for an empty path.
 Location Sibling(const wchar_t* path, const wchar_t* fileName);
 
 // The current time in seconds since 1970, in decimal.
