@@ -117,9 +117,8 @@ DescriptorReply QueryStorageDescriptor(IDevice& device, uint32_t replySize) {
   uint8_t query[kPropertyQuerySize] = {};
   DescriptorReply result;
   result.bytes.assign(replySize, 0);
-  uint32_t returned = 0;
   result.ok = device.Control(kIoctlStorageQueryProperty, query, sizeof(query), result.bytes.data(),
-                             replySize, &returned, &result.error);
+                             replySize, &result.returned, &result.error);
   return result;
 }
 

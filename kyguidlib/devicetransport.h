@@ -85,6 +85,7 @@ IdentifyReply MiniportIdentify(IDevice& port, int position);
 struct DescriptorReply {
   bool ok = false;
   uint32_t error = 0;
+  uint32_t returned = 0;  // the byte count the driver reported
   std::vector<uint8_t> bytes;
 };
 DescriptorReply QueryStorageDescriptor(IDevice& device, uint32_t replySize);

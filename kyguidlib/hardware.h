@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace KyGuid {
 
@@ -56,6 +57,10 @@ class IHardware {
   // Whether WMI knows a network adapter whose PNPDeviceID equals `pnpId`
   // (compared without regard to case).
   virtual bool FindWmiAdapter(const std::string& pnpId) = 0;
+
+  // The 48 bytes of the processor's brand-string leaves (CPUID 0x80000002
+  // to 0x80000004, EAX EBX ECX EDX of each), as the processor gives them.
+  virtual bool ReadProcessorBrand(std::vector<uint8_t>& registers) = 0;
 
   // Netbios of netapi32 from the system directory on a 64-bit NCB; returns
   // its result code.

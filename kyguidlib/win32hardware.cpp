@@ -2,6 +2,8 @@
 #include <windows.h>
 #include <nb30.h>
 
+#include <cpuid.h>
+
 #include "common/modules.h"
 #include "common/win32raii.h"
 #include "kyguidlib/cwmifetcher.h"
@@ -111,6 +113,19 @@ class Win32HardwareImpl final : public IHardware {
 
   bool FindWmiAdapter(const std::string& pnpId) override {
     return CWMIFetcher::FindAdapter(pnpId.c_str()) != 0;
+  }
+
+  bool ReadProcessorBrand(std::vector<uint8_t>& registers) override {
+    // The largest extended leaf is deliberately not asked first: every
+    // processor this library runs on has the brand leaves.
+    uint32_t words[12] = {};
+    for (uint32_t leaf = 0; leaf < 3; ++leaf) {
+      uint32_t* out = words + leaf * 4;
+      __cpuid_count(0x80000002u + leaf, 0, out[0], out[1], out[2], out[3]);
+    }
+    const uint8_t* bytes = reinterpret_cast<const uint8_t*>(words);
+    registers.assign(bytes, bytes + sizeof(words));
+    return true;
   }
 
   uint8_t Netbios(void* ncb) override {

@@ -118,9 +118,109 @@ TEST_F(KyguidCliTest, InventoryShowsEveryFetchedFieldOfAWhatIfMachineFile) {
                                    static_cast<int>(json.output.size()), nullptr, 0));
 }
 
+TEST_F(KyguidCliTest, ACapturedMachineReplaysExactlyAndCaptureWritesNothingElse) {
+  const std::string captured = m_temp.Path() + "\\captured.txt";
+  const ProcessResult capture = Kyguid("capture --output " + captured);
+  ASSERT_EQ(0u, capture.exitCode) << capture.output;
+  EXPECT_EQ("", capture.output);
+  EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(GuidDbPath().c_str()));
+  EXPECT_EQ(0u, KyGuidTest::ReadWholeFile(captured).find("# kyguid capture of this machine"));
+  for (const std::string command : {"inventory --json", "build", "explain --json"}) {
+    const ProcessResult live = Kyguid(command);
+    EXPECT_EQ(live.output, Kyguid(command + " --machine " + captured).output) << command;
+  }
+}
+
+// "0a 1b ...": bytes as a machine file gives them.
+std::string Hex(const std::string& bytes) {
+  std::string text;
+  for (unsigned char c : bytes)
+    text += "0123456789abcdef"[c >> 4] + std::string(1, "0123456789abcdef"[c & 15]) + " ";
+  return text;
+}
+
+// A STORAGE_DEVICE_DESCRIPTOR as drivers lay it out: 40 fixed bytes, then
+// the strings as given (a NUL each); `serialAt` overrides the serial's offset.
+std::string DescriptorHex(const std::string& vendor, const std::string& model,
+                          const std::string& revision, const std::string& serial, uint8_t bus,
+                          bool removable, uint32_t serialAt = 0) {
+  std::string bytes(40, '\0');
+  bytes[0] = 40;
+  bytes[10] = removable ? 1 : 0;
+  bytes[28] = static_cast<char>(bus);
+  auto put = [&bytes](size_t field, const std::string& text, uint32_t at) {
+    if (text.empty() && !at) return;
+    if (!at) at = static_cast<uint32_t>(bytes.size());
+    memcpy(&bytes[field], &at, 4);
+    if (at == bytes.size()) bytes += text + '\0';
+  };
+  put(12, vendor, 0);
+  put(16, model, 0);
+  put(20, revision, 0);
+  put(24, serial, serialAt);
+  bytes[4] = static_cast<char>(bytes.size());
+  return Hex(bytes);
+}
+
+// IDENTIFY data: ATA strings with the bytes of each word swapped.
+std::string IdentifyHex(const std::string& serial, const std::string& revision,
+                        const std::string& model) {
+  std::string block(512, '\0');
+  auto put = [&block](size_t at, size_t length, const std::string& text) {
+    for (size_t i = 0; i < length; ++i) block[at + (i ^ 1)] = i < text.size() ? text[i] : ' ';
+  };
+  put(20, 20, serial);
+  put(46, 8, revision);
+  put(54, 40, model);
+  return Hex(block);
+}
+
+// What real drives answer, as Windows hands it over: the detail text the
+// library makes of each, cleaned as the records require.
+TEST_F(KyguidCliTest, RealDeviceAnswersBecomeTheRecordsTheLibraryExpects) {
+  const struct {
+    std::string keys;
+    const char* detail;
+  } disks[] = {
+      {"descriptor = " + DescriptorHex("", "Samsung SSD 980 PRO 1TB", "5B2QGXA7",
+                                       "ACE4_2E61_9000_7804.", 17, false),
+       "PID:{Samsung SSD 980 PRO 1TB}VID:{}Rev:{5B2QGXA7}SN:{ACE4_2E61_9000_7804.}Sys:{0}Move:{0}"
+       "Bus:{17}Score:{100}"},
+      {"descriptor = " + DescriptorHex("ATA     ", "WDC WD10EZEX-00BBHA0 ", "01.01A01",
+                                       "     WD-WCC6Y1LXTHFN", 11, false),
+       "PID:{WDC WD10EZEX-00BBHA0}VID:{ATA}Rev:{01.01A01}SN:{WD-WCC6Y1LXTHFN}Sys:{0}Move:{0}"
+       "Bus:{11}Score:{100}"},
+      {"descriptor = " +
+           DescriptorHex("", "ST1000DM010-2EP102", "CC43", "395a314132423343", 8, false),
+       "PID:{ST1000DM010-2EP102}VID:{}Rev:{CC43}SN:{Z9A1B2C3}Sys:{0}Move:{0}Bus:{8}Score:{100}"},
+      {"descriptor = " + DescriptorHex("JMicron", "Generic", "0508", "", 7, true),
+       "PID:{Generic}VID:{JMicron}Rev:{0508}SN:{}Sys:{0}Move:{1}Bus:{7}Score:{35}"},
+      {"descriptor = " + DescriptorHex("Msft", "Virtual Disk", "1.0", "60022480", 14, false),
+       "PID:{Virtual Disk}VID:{Msft}Rev:{1.0}SN:{60022480}Sys:{0}Move:{0}Bus:{14}Score:{75}"},
+      {"descriptor = " + DescriptorHex("", "QEMU HARDDISK", "2.5+", "", 15, false, 5000),
+       "PID:{QEMU HARDDISK}VID:{}Rev:{2.5+}SN:{}Sys:{0}Move:{0}Bus:{15}Score:{65}"},
+      {"descriptor = " + DescriptorHex("", "Offset Past End", "1", "", 11, false, 200),
+       "PID:{Offset Past End}VID:{}Rev:{1}SN:{}Sys:{0}Move:{0}Bus:{11}Score:{90}"},
+      // Only IDENTIFY: the SMART fallback gives serial, model and revision.
+      {"identify = " + IdentifyHex("   S3Z9NB0K123456", std::string("1.0\0\0\0\0\0", 8),
+                                   "Samsung SSD 860 EVO 500GB"),
+       "PID:{Samsung SSD 860 EVO 500GB}VID:{}Rev:{1.0}SN:{S3Z9NB0K123456}Sys:{0}Move:{0}"
+       "Bus:{11}Score:{100}"},
+  };
+  std::string machine;
+  for (size_t i = 0; i < std::size(disks); ++i) {
+    machine += "[disk " + std::to_string(i) + "]\n" + disks[i].keys + "\n";
+  }
+  const ProcessResult json = OnMachine("inventory --json", machine);
+  for (size_t i = 0; i < std::size(disks); ++i) {
+    const std::string detail = "\"detail\": \"DID:{" + std::to_string(i) + "}" + disks[i].detail;
+    EXPECT_TRUE(Has(json, detail)) << detail << json.output;
+  }
+}
+
 TEST_F(KyguidCliTest, EachFailureHasItsExitCodeAndOneSentence) {
   const std::string dir = MachineProfileDir(), badMachine = m_temp.Path() + "\\bad.txt";
-  KyGuidTest::WriteWholeFile(badMachine, "[disk 0]\nmodel = X\nmodle = Y\n");
+  KyGuidTest::WriteWholeFile(badMachine, "[disk 0]\nmodel = X\ndescriptor = 28 00 00 00\n");
   KyGuidTest::MakeDirs(dir.substr(0, dir.rfind('\\')));
   RemoveDirectoryA(dir.c_str());
   KyGuidTest::WriteWholeFile(dir, "a file where the data folder belongs");
@@ -136,14 +236,14 @@ TEST_F(KyguidCliTest, EachFailureHasItsExitCodeAndOneSentence) {
        "1 kyguid: there are no legacy files (GlobalMgr.db and the others) in " + dir + "."},
       {"frobnicate", "2 kyguid: unknown command 'frobnicate'; try kyguid --help."},
       {"history --machine m.txt",
-       "2 kyguid: --machine works only with inventory and explain, not with history."},
+       "2 kyguid: --machine works only with inventory, build and explain, not with history."},
       {"build", "3 kyguid: KyGuid64.dll could not be loaded from the tool's folder."},
       {"inventory --machine=C:\\no\\such.txt",
        "4 kyguid: the machine file C:\\no\\such.txt cannot be read."},
       {"explain --json --machine " + badMachine,
        "4 kyguid: the machine file " + badMachine +
-           " has an error in line 3: unknown disk key 'modle'; "
-           "disk keys are model, serial, revision, vendor, bus, removable, system."},
+           " has an error in line 3: 'descriptor' cannot stand beside model, serial, revision, "
+           "vendor, bus or removable: the descriptor gives them itself."},
       {"update",
        "5 kyguid: the data folder " + dir + " is not writable, so no update can be saved."},
   };

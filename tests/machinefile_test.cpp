@@ -25,6 +25,12 @@ TEST(MachineFileTest, FirstMistakeIsReportedWithItsLine) {
       {"[adapter {A}]\nmac = 00\ntype = token-ring\n", 3, "type must be a number or one of"},
       {"[adapter {A}]\nmac = 00\nindex = 4\n[adapter {B}]\nmac = 01\nindex = 4\n", 6,
        "index 4 is given"},
+      {"[disk 0]\ndescriptor = 28 00 0\n", 2, "descriptor must be 8 to 4096 bytes"},
+      {"[disk 0]\ndescriptor = 28 00 00\n", 2, "descriptor must be 8 to 4096 bytes"},
+      {"[disk 0]\ndescriptor = 2800000028000000\nserial = X\n", 3,
+       "'serial' cannot stand beside 'descriptor'"},
+      {"[disk 0]\nidentify = 00\n", 2, "identify must be exactly 512 bytes"},
+      {"[processor]\nbrand = zz\n", 2, "brand must be exactly 48 bytes"},
       // A missing mac is found when the section ends and blamed on its head.
       {"[disk 0]\n[adapter {A}]\ndescription = x\n[disk 1]\n", 2, "adapter {A} has no mac"},
   };

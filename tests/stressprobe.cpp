@@ -70,6 +70,9 @@ class JournalingHardware final : public KyGuid::IHardware {
   bool FindWmiAdapter(const std::string& pnpId) override {
     return m_machine->FindWmiAdapter(pnpId);
   }
+  bool ReadProcessorBrand(std::vector<uint8_t>& registers) override {
+    return m_machine->ReadProcessorBrand(registers);
+  }
   uint8_t Netbios(void* ncb) override { return m_machine->Netbios(ncb); }
 
  private:

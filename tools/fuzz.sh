@@ -13,7 +13,7 @@ if [ ! -f build-native/CMakeCache.txt ]; then
 fi
 targets=(fuzz_sanitize_disk_strings fuzz_storage_descriptor fuzz_identify_strings
   fuzz_descriptor_string fuzz_flip_and_code fuzz_convert_to_string fuzz_remove_blanks
-  fuzz_md5_differential)
+  fuzz_md5_differential fuzz_machine_file)
 cmake --build build-native -j2 --target "${targets[@]}" >/dev/null
 failed=0
 for target in "${targets[@]}"; do
@@ -22,10 +22,12 @@ for target in "${targets[@]}"; do
   mkdir -p "$dir" "$corpus"
   log="$dir/fuzz.log"
   rc=0
-  # The MD5 target wants inputs past several blocks; the others are bounded
-  # by what a driver or a profile line can hand over.
+  # The MD5 target wants inputs past several blocks, a machine file room for
+  # hex lines of whole descriptors; the others are bounded by what a driver
+  # or a profile line can hand over.
   maxlen=4096
   [ "$target" = fuzz_md5_differential ] && maxlen=16384
+  [ "$target" = fuzz_machine_file ] && maxlen=65536
   "build-native/fuzz/$target" -max_total_time="$seconds" -max_len="$maxlen" -timeout=10 \
     -rss_limit_mb=1024 -print_final_stats=1 -artifact_prefix="$dir/" "$corpus" \
     >"$log" 2>&1 || rc=$?

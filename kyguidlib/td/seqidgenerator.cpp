@@ -5,8 +5,6 @@
 #include <shlobj.h>
 #include <shlwapi.h>
 
-#include <cpuid.h>
-
 #include <cstring>
 #include <utility>
 
@@ -14,6 +12,7 @@
 #include "common/md5.h"
 #include "common/win32raii.h"
 #include "kyguidlib/globalmgrfile.h"
+#include "kyguidlib/hardware.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/platform.h"
 #include "kyguidlib/td/hddfetcher.h"
@@ -130,15 +129,10 @@ bool DefaultDrive(std::string& serial, std::string& model, std::string& revision
 bool GetCPUBrand(std::string& brand) {
   LogEntry(kGetCPUBrand);
   brand.clear();
-  // The largest extended leaf is deliberately not asked first: every
-  // processor this library runs on has the brand leaves.
-  uint32_t registers[12] = {};
-  for (uint32_t leaf = 0; leaf < 3; ++leaf) {
-    uint32_t* out = registers + leaf * 4;
-    __cpuid_count(0x80000002u + leaf, 0, out[0], out[1], out[2], out[3]);
-  }
+  std::vector<uint8_t> registers;
+  if (!KyGuid::CurrentPlatform().hardware->ReadProcessorBrand(registers)) return false;
   char text[49] = {};
-  memcpy(text, registers, sizeof(registers));
+  memcpy(text, registers.data(), std::min<size_t>(registers.size(), 48));
   if (text[0] != '\0') brand.assign(text);
   return !brand.empty();
 }

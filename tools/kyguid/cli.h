@@ -19,6 +19,7 @@ enum ExitCode {
 struct Options {
   bool json = false;
   std::string machineFile;  // empty: the real machine
+  std::string outputFile;   // capture: empty for stdout
 };
 
 // Prints "kyguid: " and the sentence on stderr. The sentence has no final
@@ -34,5 +35,6 @@ int InventoryCommand(const Options& options);
 int ExplainCommand(const Options& options);
 int HistoryCommand(const Options& options);
 int LegacyCommand(const Options& options);
+int CaptureCommand(const Options& options);
 
 }  // namespace KyGuidCli

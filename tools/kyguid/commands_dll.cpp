@@ -8,10 +8,12 @@
 
 #include "common/modules.h"
 #include "common/win32raii.h"
+#include "kyguidlib/cguidbuilder.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/kyguidapi.h"
 #include "tools/kyguid/cli.h"
 #include "tools/kyguid/jsonwriter.h"
+#include "tools/kyguid/whatif.h"
 
 namespace KyGuidCli {
 namespace {
@@ -81,6 +83,22 @@ void WriteGuidOrNull(JsonWriter& json, const char* key, const std::string& guid)
   }
 }
 
+// The core linked into the tool, on the simulated machine: the same builder
+// the DLL runs, with saving off.
+int BuildOnMachine(const Options& options) {
+  WhatIfMachine machine;
+  if (!machine.Install(options.machineFile)) return kExitBadMachineFile;
+  KyGuid::CGuidBuilder builder(false);
+  builder.UpdateNewGuid();
+  const std::string guid = builder.NewInfo().Guid;
+  if (guid.empty()) {
+    PrintError("no GUID could be built from this machine's hardware");
+    return kExitNoGuid;
+  }
+  PrintGuid(options, guid);
+  return kExitOk;
+}
+
 }  // namespace
 
 int ReadCommand(const Options& options) {
@@ -124,6 +142,7 @@ int UpdateCommand(const Options& options) {
 }
 
 int BuildCommand(const Options& options) {
+  if (!options.machineFile.empty()) return BuildOnMachine(options);
   Library library;
   if (!LoadLibraryInterfaces(library)) return kExitNoLibrary;
   char guid[33] = {};

@@ -87,10 +87,11 @@ void PrintText(const std::string& hardware, const CGuidBuilder& builder, int res
   printf("nothing was written (dry run)\n");
 }
 
-void PrintJson(const std::string& hardware, const CGuidBuilder& builder, int result) {
+// Without the hardware's name, as inventory's document.
+void PrintJson(const CGuidBuilder& builder, int result) {
   const KyGuid::GuidRecord& active = builder.ActiveInfo();
   JsonWriter json;
-  json.BeginObject().String("hardware", hardware);
+  json.BeginObject();
   if (const char* source = SourceOf(builder)) {
     json.String("source", source);
     WriteRecord(json, "recordInForce", active);
@@ -129,7 +130,7 @@ int ExplainCommand(const Options& options) {
   CGuidBuilder builder(false);
   const int result = builder.UpdateNewGuid();
   if (options.json) {
-    PrintJson(machine.Description(), builder, result);
+    PrintJson(builder, result);
   } else {
     PrintText(machine.Description(), builder, result);
   }

@@ -26,10 +26,12 @@ void PrintText(const std::string& hardware, const std::vector<KyGuid::DiskInfo>&
   }
 }
 
-void PrintJson(const std::string& hardware, const std::vector<KyGuid::DiskInfo>& disks,
+// Without the hardware's name, which text output shows: the same hardware
+// read live or replayed from a captured file gives the same document.
+void PrintJson(const std::vector<KyGuid::DiskInfo>& disks,
                const std::vector<KyGuid::AdapterInfo>& adapters) {
   JsonWriter json;
-  json.BeginObject().String("hardware", hardware).BeginArray("disks");
+  json.BeginObject().BeginArray("disks");
   for (const KyGuid::DiskInfo& disk : disks) WriteDisk(json, nullptr, disk);
   json.EndArray().BeginArray("adapters");
   for (const KyGuid::AdapterInfo& adapter : adapters) WriteAdapter(json, nullptr, adapter);
@@ -47,7 +49,7 @@ int InventoryCommand(const Options& options) {
   KyGuid::CAdapterFetcher adapters;
   adapters.Fetch();
   if (options.json) {
-    PrintJson(machine.Description(), disks.Disks(), adapters.Adapters());
+    PrintJson(disks.Disks(), adapters.Adapters());
   } else {
     PrintText(machine.Description(), disks.Disks(), adapters.Adapters());
   }

@@ -24,11 +24,13 @@ const char kUsage[] =
     "  explain    what an update would decide now, and why (writes nothing)\n"
     "  history    the GUID in force and the builds kept in Guid.db, newest first\n"
     "  legacy     the earlier identifier scheme's files, summarised\n"
+    "  capture    this machine's hardware as a machine file, for --machine\n"
     "\n"
     "options:\n"
     "  --json            print JSON for scripts (errors stay sentences on stderr)\n"
-    "  --machine FILE    inventory and explain only: use the simulated machine\n"
-    "                    described in FILE instead of this machine's hardware\n"
+    "  --machine FILE    inventory, build and explain only: use the simulated\n"
+    "                    machine described in FILE instead of this machine's hardware\n"
+    "  --output FILE     capture only: write the machine file there, not to stdout\n"
     "\n"
     "exit codes: 0 done, 1 no GUID or nothing to show, 2 bad command line,\n"
     "3 KyGuid64.dll not loadable, 4 bad machine file, 5 data folder not writable,\n"
@@ -37,32 +39,34 @@ const char kUsage[] =
 struct Command {
   const char* name;
   bool takesMachine;
+  bool takesOutput;
   const char* help;
   int (*run)(const Options&);
 };
 
 const Command kCommands[] = {
-    {"read", false,
+    {"read", false, false,
      "usage: kyguid read [--json]\n"
      "prints the machine GUID through KyGuid64.dll; exit 1 when there is none",
      &ReadCommand},
-    {"update", false,
+    {"update", false, false,
      "usage: kyguid update [--json]\n"
      "runs a synchronous update through KyGuid64.dll (the 12-hour limit does not\n"
      "apply) and prints its result with the GUID before and after; exit 1 when no\n"
      "GUID resulted, 5 when the data folder is not writable",
      &UpdateCommand},
-    {"build", false,
-     "usage: kyguid build [--json]\n"
-     "prints the GUID the present hardware gives, through KyGuid64.dll, writing nothing",
+    {"build", true, false,
+     "usage: kyguid build [--machine FILE] [--json]\n"
+     "prints the GUID the present hardware gives, through KyGuid64.dll, writing nothing;\n"
+     "with --machine, the GUID the simulated machine described in FILE gives",
      &BuildCommand},
-    {"inventory", true,
+    {"inventory", true, false,
      "usage: kyguid inventory [--machine FILE] [--json]\n"
      "lists every disk and adapter as the fetchers see them: all fields, scores,\n"
      "best marks, key and detail texts; with --machine, those of the simulated\n"
      "machine described in FILE",
      &InventoryCommand},
-    {"explain", true,
+    {"explain", true, false,
      "usage: kyguid explain [--machine FILE] [--json]\n"
      "runs the update decision with saving off and prints the record in force, the\n"
      "disk and adapter it is bound to, the matching table's row and whether the GUID\n"
@@ -71,17 +75,24 @@ const Command kCommands[] = {
      "what would an update do if the hardware became that? Exit 1 when no GUID\n"
      "would result",
      &ExplainCommand},
-    {"history", false,
+    {"history", false, false,
      "usage: kyguid history [--json]\n"
      "prints the record in force and the builds kept in Guid.db, newest first, each\n"
      "with the GUID it replaced and the disks and adapters present at the time;\n"
      "exit 1 when there is no Guid.db or no valid GUID in it",
      &HistoryCommand},
-    {"legacy", false,
+    {"legacy", false, false,
      "usage: kyguid legacy [--json]\n"
      "summarises GlobalMgr.db, GlobalMgrBack.db, GuidList.db, GuidInfo.db and HDD.db\n"
      "of the data folder; exit 1 when none of them exists",
      &LegacyCommand},
+    {"capture", false, true,
+     "usage: kyguid capture [--output FILE]\n"
+     "writes this machine's hardware as the library reads it (the disks' raw\n"
+     "answers, the adapters, the SCSI ports, NetBIOS and the processor brand) as a\n"
+     "machine file that --machine replays on any machine; it reads the hardware\n"
+     "and writes nothing but its output. Exit 5 when FILE cannot be written",
+     &CaptureCommand},
 };
 
 enum class Parsed { kRun, kHelp, kError };
@@ -94,13 +105,20 @@ Parsed ParseOptions(const Command& command, int argc, char** argv, Options& opti
       options.json = true;
     } else if (argument == "--machine" || argument.compare(0, 10, "--machine=") == 0) {
       if (!command.takesMachine) {
-        PrintError("--machine works only with inventory and explain, not with %s", command.name);
+        PrintError("--machine works only with inventory, build and explain, not with %s",
+                   command.name);
         return Parsed::kError;
       }
       const bool joined = argument.size() > 9;  // --machine=FILE
       options.machineFile = joined ? argument.substr(10) : i + 1 < argc ? argv[++i] : "";
       if (options.machineFile.empty()) {
         PrintError("--machine needs the name of a machine file");
+        return Parsed::kError;
+      }
+    } else if (argument == "--output" && command.takesOutput) {
+      options.outputFile = i + 1 < argc ? argv[++i] : "";
+      if (options.outputFile.empty()) {
+        PrintError("--output needs the name of a file");
         return Parsed::kError;
       }
     } else {

@@ -38,12 +38,31 @@ void AddSystemVolume(const MachineFile& file, SimulatedMachine& machine) {
 void Populate(const MachineFile& file, SimulatedMachine& machine) {
   for (const KyGuidSim::MachineDisk& disk : file.disks) {
     KyGuidSim::SimDrive& drive = machine.AddDrive(disk.number);
-    drive.descriptor = SimulatedMachine::Descriptor(disk.vendor, disk.model, disk.revision,
-                                                    disk.serial, disk.bus, disk.removable);
-    // The earlier scheme reads disks through IDENTIFY; a real drive answers
-    // it with the same strings.
-    drive.identify = SimulatedMachine::Identify(disk.model, disk.serial, disk.revision);
+    drive.ideDeviceMap = disk.ideDeviceMap;
+    if (!disk.descriptor.empty()) {
+      // Captured answers are replayed as they are; a drive captured without
+      // IDENTIFY data did not answer it.
+      drive.descriptor = disk.descriptor;
+      drive.identify = disk.identify;
+    } else {
+      drive.descriptor = SimulatedMachine::Descriptor(disk.vendor, disk.model, disk.revision,
+                                                      disk.serial, disk.bus, disk.removable);
+      // A described drive answers IDENTIFY with the same strings, as real
+      // drives do, unless its IDENTIFY data is given.
+      drive.identify = disk.identify.empty()
+                           ? SimulatedMachine::Identify(disk.model, disk.serial, disk.revision)
+                           : disk.identify;
+    }
   }
+  for (const KyGuidSim::MachineScsiPort& port : file.scsiPorts) {
+    KyGuidSim::SimScsiController& controller = machine.AddScsiController(port.number);
+    controller.identify[0] = port.identify[0];
+    controller.identify[1] = port.identify[1];
+  }
+  for (const KyGuidSim::MachineLana& lana : file.lanas) {
+    machine.AddLana(static_cast<uint8_t>(lana.number), lana.mac);
+  }
+  machine.processorBrand = file.processorBrand;
   AddSystemVolume(file, machine);
   for (const KyGuidSim::MachineAdapter& described : file.adapters) {
     KyGuidSim::SimAdapter& adapter = machine.AddAdapter(described.name, described.description, described.mac);

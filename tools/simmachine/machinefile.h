@@ -32,6 +32,12 @@ struct MachineDisk {
   uint32_t bus = 11;  // STORAGE_BUS_TYPE; SATA unless said otherwise
   bool removable = false;
   bool system = false;  // holds the volume of the data folder
+  // Raw device answers, as a drive gave them: the storage device descriptor
+  // (replacing the six strings and flags above) and the 512 bytes of ATA
+  // IDENTIFY data. Empty when not given.
+  std::vector<uint8_t> descriptor;
+  std::vector<uint8_t> identify;
+  uint8_t ideDeviceMap = 0x01;  // the SMART version reply's IDE device map
 };
 
 struct MachineAdapter {
@@ -47,9 +53,28 @@ struct MachineAdapter {
   int64_t mediaSubType = -1;  // -1: no registry value
 };
 
+// What the earlier scheme reads besides disks and adapters: SCSI ports that
+// answer IDENTIFY through their miniport, NetBIOS LAN adapters, and the
+// processor's brand string.
+struct MachineScsiPort {
+  int number = 0;  // N of \\.\ScsiN:, 0-15
+  std::vector<uint8_t> identify[2];  // per position; empty: no device there
+};
+
+struct MachineLana {
+  int number = 0;
+  int line = 0;
+  std::vector<uint8_t> mac;
+};
+
 struct MachineFile {
   std::vector<MachineDisk> disks;
   std::vector<MachineAdapter> adapters;
+  std::vector<MachineScsiPort> scsiPorts;
+  std::vector<MachineLana> lanas;
+  // The 48 bytes of the processor's brand-string leaves, as CPUID gives them
+  // (blanks and NULs included); empty: the machine running the tool answers.
+  std::vector<uint8_t> processorBrand;
 };
 
 struct MachineFileError {
@@ -59,5 +84,10 @@ struct MachineFileError {
 
 // False at the first line that is not understood, with `error` saying why.
 bool ParseMachineFile(const std::string& text, MachineFile& machine, MachineFileError& error);
+
+// The file that parses back to `machine`: device answers as hex, every
+// adapter with all its keys, values quoted where their blanks would
+// otherwise be lost.
+std::string WriteMachineFile(const MachineFile& machine);
 
 }  // namespace KyGuidSim

@@ -354,6 +354,12 @@ bool SimulatedMachine::FindWmiAdapter(const std::string& pnpId) {
   return false;
 }
 
+bool SimulatedMachine::ReadProcessorBrand(std::vector<uint8_t>& registers) {
+  if (processorBrand.empty()) return KyGuid::Win32Hardware().ReadProcessorBrand(registers);
+  registers = processorBrand;
+  return true;
+}
+
 // --- NetBIOS ------------------------------------------------------------------
 
 SimLana& SimulatedMachine::AddLana(uint8_t number, const std::vector<uint8_t>& address) {

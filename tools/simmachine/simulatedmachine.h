@@ -125,6 +125,7 @@ class SimulatedMachine final : public KyGuid::IHardware {
   uint32_t adapterQueryError = 0;  // non-zero: GetAdaptersInfo answers with it
   uint32_t adapterSizeGrowth = 0;  // bytes the list grows by between calls
   std::set<std::string> wmiPnpIds;
+  std::vector<uint8_t> processorBrand;  // the 48 bytes; empty: this processor's
   uint32_t deviceOpenDelayMs = 0;  // makes every device open slow
 
   // --- What the code under test asked ---------------------------------------
@@ -145,6 +146,8 @@ class SimulatedMachine final : public KyGuid::IHardware {
   bool ReadNetworkDword(const std::string& connectionKey, const char* valueName,
                         uint32_t& value) override;
   bool FindWmiAdapter(const std::string& pnpId) override;
+  // `processorBrand`, or the brand of the processor the simulation runs on.
+  bool ReadProcessorBrand(std::vector<uint8_t>& registers) override;
   uint8_t Netbios(void* ncb) override;
 
   // --- NetBIOS: NCBENUM lists the LANAs in the order added, NCBRESET must
