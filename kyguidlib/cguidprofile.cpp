@@ -20,11 +20,7 @@ constexpr DWORD kValueBufferSize = 4096;
 // Far above the adapters of any machine.
 constexpr unsigned kMaxListEntries = 1024;
 
-std::string FormatInt(int value) {
-  char text[64];
-  snprintf(text, sizeof(text), "%d", value);
-  return text;
-}
+std::string FormatInt(int value) { return std::to_string(value); }
 
 }  // namespace
 
@@ -97,35 +93,31 @@ void CGuidProfile::SaveGuidInfo(const std::string& section, const GuidRecord& re
 
 template <typename Record, typename Detail>
 int CGuidProfile::SaveList(const std::string& section, const char* countKey,
-                           const char* entryFormat, const std::vector<Record>& records,
+                           const char* entryPrefix, const std::vector<Record>& records,
                            Detail detail) const {
-  char count[32];
-  snprintf(count, sizeof(count), "%u", static_cast<unsigned>(records.size()));
+  const std::string count = std::to_string(static_cast<unsigned>(records.size()));
   if (!KyGuidUtils::WriteIniString(m_path, section.c_str(), countKey, count)) return FALSE;
   for (size_t i = 0; i < records.size(); ++i) {
-    char key[32];
-    snprintf(key, sizeof(key), entryFormat, static_cast<unsigned>(i));
-    KyGuidUtils::WriteIniString(m_path, section.c_str(), key, detail(records[i]));
+    const std::string key = entryPrefix + std::to_string(static_cast<unsigned>(i));
+    KyGuidUtils::WriteIniString(m_path, section.c_str(), key.c_str(), detail(records[i]));
   }
   return TRUE;
 }
 
 int CGuidProfile::SaveDiskList(const std::string& section,
                                const std::vector<DiskInfo>& disks) const {
-  return SaveList(section, "DiskCount", "Disk%u", disks,
+  return SaveList(section, "DiskCount", "Disk", disks,
                   [](const DiskInfo& disk) { return DiskDetail(disk); });
 }
 
 int CGuidProfile::SaveAdapterList(const std::string& section,
                                   const std::vector<AdapterInfo>& adapters) const {
-  return SaveList(section, "AdapterCount", "Adapter%u", adapters,
+  return SaveList(section, "AdapterCount", "Adapter", adapters,
                   [](const AdapterInfo& adapter) { return AdapterDetail(adapter); });
 }
 
 std::string CGuidProfile::BuildSectionName(int createIndex) {
-  char name[32];
-  snprintf(name, sizeof(name), "Build%d", createIndex % 5);
-  return name;
+  return "Build" + std::to_string(createIndex % 5);
 }
 
 std::string CGuidProfile::FindBuildAdapter(const std::string& text) const {
@@ -138,10 +130,9 @@ std::string CGuidProfile::FindBuildAdapter(const std::string& text) const {
     // keep an update reading the file for hours. Saved lists have no gaps,
     // so the first missing entry ends the list whatever the count says.
     for (unsigned j = 0; j < count && j < kMaxListEntries; ++j) {
-      char key[32];
-      snprintf(key, sizeof(key), "Adapter%u", j);
+      const std::string key = "Adapter" + std::to_string(j);
       std::string entry =
-          KyGuidUtils::ReadIniString(m_path, section.c_str(), key, kValueBufferSize);
+          KyGuidUtils::ReadIniString(m_path, section.c_str(), key.c_str(), kValueBufferSize);
       if (entry.empty()) break;
       if (entry.find(text) != std::string::npos) return entry;
     }

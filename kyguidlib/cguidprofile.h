@@ -44,7 +44,7 @@ class CGuidProfile {
 
  private:
   template <typename Record, typename Detail>
-  int SaveList(const std::string& section, const char* countKey, const char* entryFormat,
+  int SaveList(const std::string& section, const char* countKey, const char* entryPrefix,
                const std::vector<Record>& records, Detail detail) const;
 
   std::string m_path;

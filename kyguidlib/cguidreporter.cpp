@@ -31,11 +31,7 @@ constexpr size_t kMaxSectionBytes = 1 << 20;
 
 int32_t Now() { return static_cast<int32_t>(KyGuidUtils::CurrentTime()); }
 
-std::string FormatInt(int value) {
-  char text[16];
-  snprintf(text, sizeof(text), "%d", value);
-  return text;
-}
+std::string FormatInt(int value) { return std::to_string(value); }
 
 std::string SectionName(int n) { return "Report" + FormatInt(n); }
 

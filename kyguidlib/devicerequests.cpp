@@ -12,15 +12,18 @@ void PutLe32(std::vector<uint8_t>& block, size_t at, uint32_t value) {
   for (int i = 0; i < 4; ++i) block[at + i] = static_cast<uint8_t>(value >> (8 * i));
 }
 
+// The number in decimal, widened by hand: std::to_wstring brings a wide
+// printf into the library.
+std::wstring Decimal(int number) {
+  const std::string digits = std::to_string(number);
+  return std::wstring(digits.begin(), digits.end());
+}
+
 }  // namespace
 
-std::wstring PhysicalDrivePath(int drive) {
-  return L"\\\\.\\PhysicalDrive" + std::to_wstring(drive);
-}
+std::wstring PhysicalDrivePath(int drive) { return L"\\\\.\\PhysicalDrive" + Decimal(drive); }
 
-std::wstring ScsiPortPath(int controller) {
-  return L"\\\\.\\Scsi" + std::to_wstring(controller) + L":";
-}
+std::wstring ScsiPortPath(int controller) { return L"\\\\.\\Scsi" + Decimal(controller) + L":"; }
 
 uint8_t IdentifyCommandFor(uint8_t ideDeviceMap, int drive) {
   if (drive < 0 || drive > 3) return kAtaIdentifyDevice;  // the 8-bit map has no ATAPI bit for it

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
-#include <sstream>
+#include <string>
 
 #include "common/md5.h"
 #include "common/strutil.h"
@@ -58,9 +58,9 @@ std::string EscapeControlCharacters(const std::string& text) {
   for (char c : text) {
     unsigned char byte = static_cast<unsigned char>(c);
     if (byte < 0x20 || byte == 0x7F) {
-      char code[4];
-      snprintf(code, sizeof(code), "\\%02x", byte);
-      escaped += code;
+      escaped += '\\';
+      escaped += "0123456789abcdef"[byte >> 4];
+      escaped += "0123456789abcdef"[byte & 0x0F];
     } else {
       escaped.push_back(c);
     }
@@ -90,41 +90,28 @@ bool ContainsAnyWholeWord(const std::string& text, const char* const* words, siz
 
 }  // namespace
 
+// The texts are put together by hand, not with a stream: a stream drags the
+// runtime's locale machinery into every process that loads the library,
+// and decimal numbers in the C locale are the same digits either way.
 std::string DiskKey(const DiskInfo& disk) {
-  std::ostringstream key;
-  key << "PID:{" << disk.ProductId << "}SN:{" << disk.SerialNumber << "}";
-  return key.str();
+  return "PID:{" + disk.ProductId + "}SN:{" + disk.SerialNumber + "}";
 }
 
-std::string AdapterKey(const AdapterInfo& adapter) {
-  std::ostringstream key;
-  key << "Mac:{" << adapter.MacAddress << "}";
-  return key.str();
-}
+std::string AdapterKey(const AdapterInfo& adapter) { return "Mac:{" + adapter.MacAddress + "}"; }
 
 std::string DiskDetail(const DiskInfo& disk) {
-  std::ostringstream detail;
-  detail << "DID:{" << disk.Index << "}"
-         << "PID:{" << disk.ProductId << "}"
-         << "VID:{" << disk.VendorId << "}"
-         << "Rev:{" << disk.Revision << "}"
-         << "SN:{" << disk.SerialNumber << "}"
-         << "Sys:{" << (disk.Has(DiskInfo::kSystemDisk) ? 1 : 0) << "}"
-         << "Move:{" << (disk.Has(DiskInfo::kRemovableMedia) ? 1 : 0) << "}"
-         << "Bus:{" << disk.BusType << "}"
-         << "Score:{" << CapForDetail(disk.Score) << "}";
-  return detail.str();
+  return "DID:{" + std::to_string(disk.Index) + "}PID:{" + disk.ProductId + "}VID:{" +
+         disk.VendorId + "}Rev:{" + disk.Revision + "}SN:{" + disk.SerialNumber + "}Sys:{" +
+         (disk.Has(DiskInfo::kSystemDisk) ? "1" : "0") + "}Move:{" +
+         (disk.Has(DiskInfo::kRemovableMedia) ? "1" : "0") + "}Bus:{" +
+         std::to_string(disk.BusType) + "}Score:{" + std::to_string(CapForDetail(disk.Score)) + "}";
 }
 
 std::string AdapterDetail(const AdapterInfo& adapter) {
-  std::ostringstream detail;
-  detail << "Guid:{" << adapter.AdapterName << "}"
-         << "Desc:{" << adapter.Description << "}"
-         << "Mac:{" << adapter.MacAddress << "}"
-         << "Proto:{" << adapter.Protocol << "}"
-         << "Type:{" << adapter.Type << "}"
-         << "Score:{" << CapForDetail(adapter.Score) << "}";
-  return detail.str();
+  return "Guid:{" + adapter.AdapterName + "}Desc:{" + adapter.Description + "}Mac:{" +
+         adapter.MacAddress + "}Proto:{" + std::to_string(adapter.Protocol) + "}Type:{" +
+         std::to_string(adapter.Type) + "}Score:{" + std::to_string(CapForDetail(adapter.Score)) +
+         "}";
 }
 
 void SanitizeDiskStrings(DiskInfo& disk) {

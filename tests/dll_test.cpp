@@ -4,6 +4,7 @@
 #include <thread>
 #include <vector>
 
+#include "kyguidlib/guidpaths.h"
 #include "tests/dlltestsupport.h"
 #include "tests/testsupport.h"
 
@@ -29,6 +30,40 @@ TEST_F(DllTest, ExportsHandOutOneObjectPerInterfaceThatAnswersOnlyItsOwnIid) {
   }
   // The objects live as long as the process.
   for (int i = 0; i < 3; ++i) EXPECT_TRUE(reader->Release() == 1 && updater->AddRef() == 1);
+}
+
+// What installers compare: each shipped binary's version resource, read
+// back as they read it.
+TEST_F(DllTest, ShippedBinariesCarryTheProductVersion) {
+  for (const std::wstring file :
+       {L"KyGuid64.dll", L"kyguid.exe", L"KyLogEx64.dll", L"KyReport64.dll"}) {
+    const std::wstring path = KyGuid::AnsiToWide(KyGuidTest::ExecutableDir()) + L"\\" + file;
+    DWORD ignored = 0;
+    std::vector<uint8_t> data(GetFileVersionInfoSizeW(path.c_str(), &ignored));
+    ASSERT_FALSE(data.empty()) << KyGuid::WideToAnsi(file);
+    ASSERT_TRUE(GetFileVersionInfoW(path.c_str(), 0, static_cast<DWORD>(data.size()), data.data()));
+    VS_FIXEDFILEINFO* fixed = nullptr;
+    UINT length = 0;
+    ASSERT_TRUE(VerQueryValueW(data.data(), L"\\", reinterpret_cast<void**>(&fixed), &length));
+    EXPECT_EQ(static_cast<DWORD>(KYGUID_VERSION_MAJOR << 16 | KYGUID_VERSION_MINOR),
+              fixed->dwFileVersionMS);
+    EXPECT_EQ(static_cast<DWORD>(KYGUID_VERSION_PATCH << 16), fixed->dwProductVersionLS);
+    auto text = [&data](const wchar_t* name) {
+      wchar_t* value = nullptr;
+      UINT units = 0;
+      const std::wstring key = std::wstring(L"\\StringFileInfo\\040904B0\\") + name;
+      return VerQueryValueW(data.data(), key.c_str(), reinterpret_cast<void**>(&value), &units)
+                 ? KyGuid::WideToAnsi(value)
+                 : std::string();
+    };
+    EXPECT_EQ(KyGuid::WideToAnsi(file), text(L"OriginalFilename"));
+    EXPECT_EQ(KYGUID_VERSION, text(L"FileVersion"));
+    EXPECT_EQ(KYGUID_VERSION, text(L"ProductVersion"));
+    EXPECT_EQ("KyGuid", text(L"ProductName"));
+    EXPECT_NE("", text(L"FileDescription"));
+  }
+  EXPECT_EQ(std::string("kyguid ") + KYGUID_VERSION + "\r\n",
+            KyGuidTest::RunProcess("kyguid.exe --version").output);
 }
 
 TEST_F(DllTest, ThreadsRacingForTheReaderGetTheSameObject) {

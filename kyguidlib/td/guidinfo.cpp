@@ -74,22 +74,22 @@ void CGuidInfo::RecordGuidList() {
 
 void CGuidInfo::SaveGuidList() {
   KyStuck::StackScope scope("CGuidInfo::SaveGuidList");
-  SaveSet(m_guidList, "GuidList", "Guid_%d");
+  SaveSet(m_guidList, "GuidList", "Guid_");
 }
 
 void CGuidInfo::SaveMacList() {
   KyStuck::StackScope scope("CGuidInfo::SaveMacList");
-  SaveSet(m_macList, "MacList", "Mac_%d");
+  SaveSet(m_macList, "MacList", "Mac_");
 }
 
 void CGuidInfo::SaveHDList() {
   KyStuck::StackScope scope("CGuidInfo::SaveHDList");
-  SaveSet(m_hdList, "HdList", "Hd_%d");
+  SaveSet(m_hdList, "HdList", "Hd_");
 }
 
 void CGuidInfo::SaveCpu() {
   KyStuck::StackScope scope("CGuidInfo::SaveCpu");
-  SaveSet(m_cpuList, "CpuList", "Cpu_%d");
+  SaveSet(m_cpuList, "CpuList", "Cpu_");
 }
 
 void CGuidInfo::SaveToFileHWList() {
@@ -112,13 +112,12 @@ bool CGuidInfo::IsFoundHd(const std::string& digest) const {
 }
 
 void CGuidInfo::SaveSet(const std::set<std::string>& set, const char* section,
-                        const char* keyFormat) {
+                        const char* keyPrefix) {
   KyGuidUtils::WriteIniString(m_path, section, "Count", std::to_string(set.size()));
   int index = 0;
   for (const std::string& element : set) {
-    char key[32];
-    snprintf(key, sizeof(key), keyFormat, index++);
-    KyGuidUtils::WriteIniString(m_path, section, key, element);
+    const std::string key = keyPrefix + std::to_string(index++);
+    KyGuidUtils::WriteIniString(m_path, section, key.c_str(), element);
   }
 }
 

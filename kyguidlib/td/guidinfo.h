@@ -49,7 +49,7 @@ class CGuidInfo {
   const std::string& FilePath() const { return m_path; }
 
  private:
-  void SaveSet(const std::set<std::string>& set, const char* section, const char* keyFormat);
+  void SaveSet(const std::set<std::string>& set, const char* section, const char* keyPrefix);
 
   std::wstring m_pathW;
   std::string m_path;

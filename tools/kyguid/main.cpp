@@ -14,7 +14,7 @@ namespace KyGuidCli {
 namespace {
 
 const char kUsage[] =
-    "usage: kyguid <command> [--json] [--help]\n"
+    "usage: kyguid <command> [--json] [--help]   or   kyguid --version\n"
     "\n"
     "commands:\n"
     "  read       the machine GUID that Guid.db holds, as the reader returns it\n"
@@ -131,6 +131,10 @@ Parsed ParseOptions(const Command& command, int argc, char** argv, Options& opti
 }
 
 int Run(int argc, char** argv) {
+  if (argc == 2 && strcmp(argv[1], "--version") == 0) {
+    printf("kyguid %s\n", KYGUID_VERSION);
+    return kExitOk;
+  }
   if (argc < 2 || strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0) {
     fputs(kUsage, argc < 2 ? stderr : stdout);
     return argc < 2 ? kExitUsage : kExitOk;
