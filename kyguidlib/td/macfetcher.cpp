@@ -41,6 +41,39 @@ bool IsEthernetOrPpp(uint32_t interfaceType) {
 
 }  // namespace
 
+bool QueryLanaAddresses(KyGuid::IHardware& hardware, std::vector<LanaAddress>& answers) {
+  LANA_ENUM lanas{};
+  NCB ncb{};
+  ncb.ncb_command = NCBENUM;
+  ncb.ncb_buffer = reinterpret_cast<UCHAR*>(&lanas);
+  ncb.ncb_length = sizeof(lanas);
+  if (hardware.Netbios(&ncb) != NRC_GOODRET) return false;
+
+  for (UCHAR i = 0; i < lanas.length; ++i) {
+    // A LAN adapter answers a status request only after a reset.
+    ncb = NCB{};
+    ncb.ncb_command = NCBRESET;
+    ncb.ncb_lana_num = lanas.lana[i];
+    hardware.Netbios(&ncb);
+
+    alignas(ADAPTER_STATUS) uint8_t status[kAdapterStatusSize] = {};
+    ncb = NCB{};
+    ncb.ncb_command = NCBASTAT;
+    ncb.ncb_lana_num = lanas.lana[i];
+    memset(ncb.ncb_callname, ' ', NCBNAMSZ);
+    ncb.ncb_callname[0] = '*';
+    ncb.ncb_buffer = status;
+    ncb.ncb_length = sizeof(status);
+    if (hardware.Netbios(&ncb) != NRC_GOODRET) continue;
+
+    LanaAddress answer{lanas.lana[i], {}};
+    memcpy(answer.address, reinterpret_cast<const ADAPTER_STATUS*>(status)->adapter_address,
+           MACAddress::kLength);
+    answers.push_back(answer);
+  }
+  return true;
+}
+
 MACAddress::MACAddress() : m_bytes{} { LogEntry(L"MACAddress::MACAddress"); }
 
 MACAddress::MACAddress(const uint8_t* bytes) {
@@ -127,41 +160,14 @@ bool CMacFetcher::GetMACbyAdapter(MACAddress& mac, std::vector<MACAddress>& macL
 bool CMacFetcher::GetMACbyNetBiosStat(MACAddress& mac, std::vector<MACAddress>& macList) {
   static constexpr wchar_t kFunction[] = L"KyMacID::CMacFetcher::GetMACbyNetBiosStat";
   LogEntry(kFunction);
-  KyGuid::IHardware& hardware = *KyGuid::CurrentPlatform().hardware;
-
-  LANA_ENUM lanas{};
-  NCB ncb{};
-  ncb.ncb_command = NCBENUM;
-  ncb.ncb_buffer = reinterpret_cast<UCHAR*>(&lanas);
-  ncb.ncb_length = sizeof(lanas);
-  if (hardware.Netbios(&ncb) != NRC_GOODRET) return false;
-
-  bool found = false;
-  for (UCHAR i = 0; i < lanas.length; ++i) {
-    // A LAN adapter answers a status request only after a reset.
-    ncb = NCB{};
-    ncb.ncb_command = NCBRESET;
-    ncb.ncb_lana_num = lanas.lana[i];
-    hardware.Netbios(&ncb);
-
-    alignas(ADAPTER_STATUS) uint8_t status[kAdapterStatusSize] = {};
-    ncb = NCB{};
-    ncb.ncb_command = NCBASTAT;
-    ncb.ncb_lana_num = lanas.lana[i];
-    memset(ncb.ncb_callname, ' ', NCBNAMSZ);
-    ncb.ncb_callname[0] = '*';
-    ncb.ncb_buffer = status;
-    ncb.ncb_length = sizeof(status);
-    if (hardware.Netbios(&ncb) != NRC_GOODRET) continue;
-
-    const MACAddress address(reinterpret_cast<const ADAPTER_STATUS*>(status)->adapter_address);
-    if (!found) {
-      mac = address;
-      found = true;
-    }
+  std::vector<LanaAddress> answers;
+  if (!QueryLanaAddresses(*KyGuid::CurrentPlatform().hardware, answers)) return false;
+  for (const LanaAddress& answer : answers) {
+    const MACAddress address(answer.address);
+    if (&answer == &answers.front()) mac = address;
     AddFetched(kFunction, address, macList);
   }
-  return found;
+  return !answers.empty();
 }
 
 int CMacFetcher::GetAdapterType(const std::string& adapterName) {

@@ -6,6 +6,10 @@
 #include <string>
 #include <vector>
 
+namespace KyGuid {
+class IHardware;
+}
+
 namespace KyMacID {
 
 // Six bytes in wire order. The constructors, the byte assignment, the
@@ -33,6 +37,17 @@ class MACAddress {
  private:
   uint8_t m_bytes[kLength];
 };
+
+// One LAN adapter number and the adapter address it answered with.
+struct LanaAddress {
+  uint8_t lana;
+  uint8_t address[MACAddress::kLength];
+};
+
+// Resets every LAN adapter number NetBIOS lists and asks each for its
+// adapter status; `answers` gets those that answer, in NetBIOS's order.
+// False when the numbers cannot be listed.
+bool QueryLanaAddresses(KyGuid::IHardware& hardware, std::vector<LanaAddress>& answers);
 
 class CMacFetcher {
  public:

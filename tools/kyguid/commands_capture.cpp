@@ -4,7 +4,6 @@
 // the devices gave them, and writes nothing but its output.
 #include <windows.h>
 #include <iphlpapi.h>
-#include <nb30.h>
 
 #include <cstdio>
 #include <string>
@@ -14,6 +13,7 @@
 #include "kyguidlib/devicetransport.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/platform.h"
+#include "kyguidlib/td/macfetcher.h"
 #include "tools/kyguid/cli.h"
 #include "tools/kyguid/describe.h"
 #include "tools/simmachine/machinefile.h"
@@ -164,32 +164,12 @@ void CaptureAdapters(MachineFile& machine) {
 }
 
 void CaptureLanas(MachineFile& machine) {
-  IHardware& hardware = *KyGuid::CurrentPlatform().hardware;
-  LANA_ENUM lanas{};
-  NCB ncb{};
-  ncb.ncb_command = NCBENUM;
-  ncb.ncb_buffer = reinterpret_cast<UCHAR*>(&lanas);
-  ncb.ncb_length = sizeof(lanas);
-  if (hardware.Netbios(&ncb) != NRC_GOODRET) return;
-  for (UCHAR i = 0; i < lanas.length; ++i) {
-    ncb = NCB{};
-    ncb.ncb_command = NCBRESET;
-    ncb.ncb_lana_num = lanas.lana[i];
-    hardware.Netbios(&ncb);
-    ADAPTER_STATUS status{};
-    uint8_t answer[600] = {};
-    ncb = NCB{};
-    ncb.ncb_command = NCBASTAT;
-    ncb.ncb_lana_num = lanas.lana[i];
-    memset(ncb.ncb_callname, ' ', NCBNAMSZ);
-    ncb.ncb_callname[0] = '*';
-    ncb.ncb_buffer = answer;
-    ncb.ncb_length = sizeof(answer);
-    if (hardware.Netbios(&ncb) != NRC_GOODRET) continue;
-    memcpy(&status, answer, sizeof(status));
+  std::vector<KyMacID::LanaAddress> answers;
+  KyMacID::QueryLanaAddresses(*KyGuid::CurrentPlatform().hardware, answers);
+  for (const KyMacID::LanaAddress& answer : answers) {
     KyGuidSim::MachineLana lana;
-    lana.number = lanas.lana[i];
-    lana.mac.assign(status.adapter_address, status.adapter_address + 6);
+    lana.number = answer.lana;
+    lana.mac.assign(answer.address, answer.address + KyMacID::MACAddress::kLength);
     machine.lanas.push_back(lana);
   }
 }
