@@ -2,7 +2,6 @@
 
 #include <windows.h>
 
-#include <cstring>
 #include <memory>
 
 #include "common/kylog.h"
@@ -42,12 +41,6 @@ constexpr SmartSweep kUsingSmartSweep{kShareReadWrite | kShareDelete,
                                       true,
                                       false,
                                       {kSendCmdInSize, kSendCmdInSize + kIdentifyDataSize, true}};
-
-uint32_t ReadLe32(const uint8_t* bytes, size_t at) {
-  uint32_t value;
-  memcpy(&value, bytes + at, sizeof(value));
-  return value;
-}
 
 DiskInfo FromIdentify(int index, const uint8_t* identify) {
   DiskInfo disk;

@@ -21,21 +21,6 @@ constexpr wchar_t kUpdateSystemMask[] = L"KyGuid::CDiskFetcher::UpdateSystemMask
 
 constexpr uint32_t kSectorSize = 512;
 
-// VOLUME_DISK_EXTENTS with room for 16 extents.
-constexpr uint32_t kExtentsReplySize = 392;
-constexpr size_t kFirstExtent = 8;
-constexpr size_t kExtentSize = 24;
-constexpr size_t kExtentLength = 16;
-constexpr int kMaxExtents = 16;
-constexpr uint32_t kMaxDiskNumber = 256;
-
-template <typename T>
-T ReadAt(const uint8_t* bytes, size_t offset) {
-  T value;
-  memcpy(&value, bytes + offset, sizeof(value));
-  return value;
-}
-
 const char* YesNo(bool value) { return value ? "YES" : "NO"; }
 
 }  // namespace
@@ -117,43 +102,28 @@ bool CDiskFetcher::FetchDisk(int drive, DiskInfo& disk) {
 }
 
 bool CDiskFetcher::UpdateSystemMask(wchar_t letter) {
-  IHardware& hardware = *CurrentPlatform().hardware;
-  wchar_t path[8] = {L'\\', L'\\', L'.', L'\\', letter, L':', L'\0'};
-  uint32_t error = 0;
-  std::unique_ptr<IDevice> volume =
-      hardware.OpenDevice(path, 0, kShareRead | kShareWrite, kAttributeNormal, &error);
-  if (!volume) {
+  const VolumeDisks volume = QueryVolumeDisks(letter);
+  if (!volume.ok && volume.failedStep == VolumeStep::kOpen) {
     KyLog::Write(KyLog::kWarn, KYLOG_SITE(kUpdateSystemMask),
-                 L"UpdateSystemInfo[%c:] createfile failed: %u", letter, error);
+                 L"UpdateSystemInfo[%c:] createfile failed: %u", letter, volume.error);
     return false;
   }
-
-  uint8_t extents[kExtentsReplySize] = {};
-  uint32_t returned = 0;
-  if (!volume->Control(kIoctlVolumeGetDiskExtents, nullptr, 0, extents, sizeof(extents), &returned,
-                       &error)) {
+  if (!volume.ok) {
     KyLog::Write(KyLog::kWarn, KYLOG_SITE(kUpdateSystemMask),
                  L"UpdateSystemInfo[%c:] IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS failed: %u", letter,
-                 error);
+                 volume.error);
     return false;
   }
 
-  bool marked = false;
-  const uint32_t count = ReadAt<uint32_t>(extents, 0);
-  for (uint8_t i = 0; i < kMaxExtents && i < count; ++i) {
-    const size_t extent = kFirstExtent + i * kExtentSize;
-    const uint32_t diskNumber = ReadAt<uint32_t>(extents, extent);
-    const uint64_t length = ReadAt<uint64_t>(extents, extent + kExtentLength);
-    if (length == 0 || diskNumber >= kMaxDiskNumber) continue;
+  for (const uint32_t diskNumber : volume.disks) {
     KyLog::Write(KyLog::kInfo, KYLOG_SITE(kUpdateSystemMask), L"System Volume[%c:] is on Disk[%d]",
                  letter, static_cast<int>(diskNumber));
     auto disk = std::find_if(m_disks.begin(), m_disks.end(), [&](const DiskInfo& d) {
       return d.Index == static_cast<int32_t>(diskNumber);
     });
     if (disk != m_disks.end()) disk->Flags |= DiskInfo::kSystemDisk;
-    marked = true;
   }
-  return marked;
+  return !volume.disks.empty();
 }
 
 void CDiskFetcher::LogDisks() const {

@@ -25,6 +25,11 @@ std::wstring PhysicalDrivePath(int drive) { return L"\\\\.\\PhysicalDrive" + Dec
 
 std::wstring ScsiPortPath(int controller) { return L"\\\\.\\Scsi" + Decimal(controller) + L":"; }
 
+uint32_t ReadLe32(const uint8_t* bytes, size_t at) {
+  return static_cast<uint32_t>(bytes[at]) | static_cast<uint32_t>(bytes[at + 1]) << 8 |
+         static_cast<uint32_t>(bytes[at + 2]) << 16 | static_cast<uint32_t>(bytes[at + 3]) << 24;
+}
+
 uint8_t IdentifyCommandFor(uint8_t ideDeviceMap, int drive) {
   if (drive < 0 || drive > 3) return kAtaIdentifyDevice;  // the 8-bit map has no ATAPI bit for it
   return ((ideDeviceMap >> drive) & 0x10) ? kAtaIdentifyPacketDevice : kAtaIdentifyDevice;

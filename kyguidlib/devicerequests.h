@@ -103,6 +103,9 @@ static_assert(kMiniportInputSize == 60 && kMiniportBlockSize == 557 && kMiniport
 // four bits above its ATA bit.
 uint8_t IdentifyCommandFor(uint8_t ideDeviceMap, int drive);
 
+// The little-endian 32-bit field at byte `at` of a request or reply.
+uint32_t ReadLe32(const uint8_t* bytes, size_t at);
+
 // SENDCMDINPARAMS with the full register set: a 512-byte transfer of one
 // sector from the master (even drive) or slave (odd drive) device.
 std::vector<uint8_t> FullIdentifyRequest(int drive, uint8_t command);

@@ -8,15 +8,12 @@ namespace {
 
 using KyGuidUtils::IsAsciiSpace;
 
-using namespace KyGuid;
-
 constexpr int kIdentifyWords = static_cast<int>(KyGuid::kIdentifyDataSize / 2);
 
 // Fields a short buffer does not hold read as zero.
-uint32_t ReadLe32(const uint8_t* buffer, size_t size, size_t at) {
+uint32_t FieldAt(const uint8_t* buffer, size_t size, size_t at) {
   if (size < 4 || at > size - 4) return 0;
-  return static_cast<uint32_t>(buffer[at]) | static_cast<uint32_t>(buffer[at + 1]) << 8 |
-         static_cast<uint32_t>(buffer[at + 2]) << 16 | static_cast<uint32_t>(buffer[at + 3]) << 24;
+  return KyGuid::ReadLe32(buffer, at);
 }
 
 void SwapAdjacentPairs(std::string& text) {
@@ -65,7 +62,7 @@ std::string IdentifyWordRange(const uint8_t* identify512, int firstWord, int las
 
 StorageDescriptorFields ParseStorageDescriptor(const uint8_t* buffer, size_t size) {
   auto stringAtOffsetField = [buffer, size](size_t fieldAt) {
-    uint32_t offset = ReadLe32(buffer, size, fieldAt);
+    uint32_t offset = FieldAt(buffer, size, fieldAt);
     if (offset < 1 || offset >= kDescriptorBufferSize) return std::string();
     return DescriptorStringAt(buffer, size, offset);
   };
@@ -74,7 +71,7 @@ StorageDescriptorFields ParseStorageDescriptor(const uint8_t* buffer, size_t siz
   fields.Revision = stringAtOffsetField(kRevisionOffsetAt);
   fields.SerialNumber = stringAtOffsetField(kSerialNumberOffsetAt);
   fields.VendorId = stringAtOffsetField(kVendorIdOffsetAt);
-  fields.BusType = ReadLe32(buffer, size, kBusTypeAt);
+  fields.BusType = FieldAt(buffer, size, kBusTypeAt);
   fields.RemovableMedia = size > kRemovableMediaAt && buffer[kRemovableMediaAt] != 0;
   return fields;
 }

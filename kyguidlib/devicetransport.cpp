@@ -8,14 +8,18 @@
 namespace KyGuid {
 namespace {
 
-uint32_t ReadLe32(const uint8_t* bytes) {
-  return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
-         static_cast<uint32_t>(bytes[2]) << 16 | static_cast<uint32_t>(bytes[3]) << 24;
-}
+// VOLUME_DISK_EXTENTS with room for 16 extents: the count, then 24-byte
+// extents whose disk number leads and whose length is at byte 16.
+constexpr uint32_t kExtentsReplySize = 392;
+constexpr size_t kFirstExtent = 8;
+constexpr size_t kExtentSize = 24;
+constexpr size_t kExtentLengthAt = 16;
+constexpr uint32_t kMaxExtents = 16;
+constexpr uint32_t kMaxDiskNumber = 256;
 
 // The SENDCMDOUTPARAMS that starts at byte `at` of `block`, into `result`.
 void TakeSendCmdOut(const std::vector<uint8_t>& block, size_t at, IdentifyReply& result) {
-  if (block.size() >= at + 4) result.bufferSize = ReadLe32(block.data() + at);
+  if (block.size() >= at + 4) result.bufferSize = ReadLe32(block.data(), at);
   const size_t dataAt = at + kSendCmdOutHeaderSize;
   if (block.size() <= dataAt) return;
   const size_t length = std::min<size_t>(kIdentifyDataSize, block.size() - dataAt);
@@ -119,6 +123,32 @@ DescriptorReply QueryStorageDescriptor(IDevice& device, uint32_t replySize) {
   result.bytes.assign(replySize, 0);
   result.ok = device.Control(kIoctlStorageQueryProperty, query, sizeof(query), result.bytes.data(),
                              replySize, &result.returned, &result.error);
+  return result;
+}
+
+VolumeDisks QueryVolumeDisks(wchar_t letter) {
+  const wchar_t path[] = {L'\\', L'\\', L'.', L'\\', letter, L':', L'\0'};
+  VolumeDisks result;
+  std::unique_ptr<IDevice> volume = CurrentPlatform().hardware->OpenDevice(
+      path, kQueryOnly, kShareReadWrite, kAttributeNormal, &result.error);
+  if (!volume) return result;
+
+  uint8_t extents[kExtentsReplySize] = {};
+  uint32_t returned = 0;
+  if (!volume->Control(kIoctlVolumeGetDiskExtents, nullptr, 0, extents, sizeof(extents), &returned,
+                       &result.error)) {
+    result.failedStep = VolumeStep::kExtents;
+    return result;
+  }
+  result.ok = true;
+  const uint32_t count = ReadLe32(extents, 0);
+  for (uint32_t i = 0; i < kMaxExtents && i < count; ++i) {
+    const uint8_t* extent = extents + kFirstExtent + i * kExtentSize;
+    const uint32_t diskNumber = ReadLe32(extent, 0);
+    uint64_t length = 0;
+    memcpy(&length, extent + kExtentLengthAt, sizeof(length));
+    if (length != 0 && diskNumber < kMaxDiskNumber) result.disks.push_back(diskNumber);
+  }
   return result;
 }
 

@@ -90,4 +90,16 @@ struct DescriptorReply {
 };
 DescriptorReply QueryStorageDescriptor(IDevice& device, uint32_t replySize);
 
+// The disks the volume of drive `letter` lies on, as its disk extents name
+// them: at most 16, extents of no length and disk numbers from 256 on left
+// out. When `ok` is false, `failedStep` and `error` say which call failed.
+enum class VolumeStep { kOpen, kExtents };
+struct VolumeDisks {
+  bool ok = false;
+  VolumeStep failedStep = VolumeStep::kOpen;
+  uint32_t error = 0;
+  std::vector<uint32_t> disks;
+};
+VolumeDisks QueryVolumeDisks(wchar_t letter);
+
 }  // namespace KyGuid

@@ -4,7 +4,6 @@
 #include <windows.h>
 
 #include <cstdint>
-#include <cstring>
 #include <memory>
 
 #include "common/clock.h"
@@ -54,12 +53,6 @@ constexpr SmartReader kSmartReader{
 
 constexpr int kMinRandLetters = 8;
 constexpr int kRandLetterSpread = 25;  // 8 to 32 letters
-
-int ReadLe32(const uint8_t* bytes, size_t at) {
-  uint32_t value;
-  memcpy(&value, bytes + at, sizeof(value));
-  return static_cast<int>(value);
-}
 
 DriveRecord FromIdentify(const uint8_t* identify) {
   DriveRecord record;
@@ -251,13 +244,12 @@ bool CHddFetcher::ReadPhysicalDriveInNTWithZeroRights(std::string& serialNumber,
     if (!reply.ok) return;
     const uint8_t* descriptor = reply.bytes.data();
     const size_t size = reply.bytes.size();
+    // The legacy decoder takes the offsets as signed numbers.
+    auto offsetAt = [descriptor](size_t at) { return static_cast<int>(ReadLe32(descriptor, at)); };
     DriveRecord record;
-    record.ModelNumber =
-        flipAndCodeBytes(descriptor, size, ReadLe32(descriptor, kProductIdOffsetAt), false);
-    record.RevisionNumber =
-        flipAndCodeBytes(descriptor, size, ReadLe32(descriptor, kRevisionOffsetAt), false);
-    record.SerialNumber =
-        flipAndCodeBytes(descriptor, size, ReadLe32(descriptor, kSerialNumberOffsetAt), true);
+    record.ModelNumber = flipAndCodeBytes(descriptor, size, offsetAt(kProductIdOffsetAt), false);
+    record.RevisionNumber = flipAndCodeBytes(descriptor, size, offsetAt(kRevisionOffsetAt), false);
+    record.SerialNumber = flipAndCodeBytes(descriptor, size, offsetAt(kSerialNumberOffsetAt), true);
     found.Add(record);
     LogDrive(kWithZeroRights, drive, record);
   });

@@ -30,18 +30,6 @@ constexpr uint32_t kAdapterBufferLimit = 1 << 24;
 constexpr uint32_t kPnpIdBufferSize = 2048;  // as the adapter fetcher reads it
 constexpr uint32_t kMinDescriptor = 8;
 
-// VOLUME_DISK_EXTENTS: the count, then 24-byte extents whose disk number
-// leads and whose length is at byte 16.
-constexpr uint32_t kExtentsReplySize = 392;
-constexpr size_t kFirstExtent = 8;
-constexpr size_t kExtentSize = 24;
-constexpr size_t kExtentLengthAt = 16;
-
-uint32_t ReadLe32(const uint8_t* bytes) {
-  return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
-         static_cast<uint32_t>(bytes[2]) << 16 | static_cast<uint32_t>(bytes[3]) << 24;
-}
-
 // The descriptor as the drive gave it: the bytes it reported, never fewer
 // than the version and size fields.
 void CaptureDescriptor(int drive, KyGuidSim::MachineDisk& disk) {
@@ -79,33 +67,14 @@ void CaptureIdentify(int drive, KyGuidSim::MachineDisk& disk) {
 
 // The disks that hold the data folder's volume, found as the disk fetcher
 // finds them but without its log lines.
-std::vector<int> SystemDisks() {
+std::vector<uint32_t> SystemDisks() {
   const std::wstring folder = KyGuid::GetProfileDir();
   if (folder.size() < 3 || folder[1] != L':') return {};
-  const wchar_t path[] = {L'\\', L'\\', L'.', L'\\', folder[0], L':', L'\0'};
-  uint32_t error = 0;
-  std::unique_ptr<IDevice> volume = KyGuid::CurrentPlatform().hardware->OpenDevice(
-      path, KyGuid::kQueryOnly, KyGuid::kShareReadWrite, KyGuid::kAttributeNormal, &error);
-  if (!volume) return {};
-  uint8_t extents[kExtentsReplySize] = {};
-  uint32_t returned = 0;
-  if (!volume->Control(KyGuid::kIoctlVolumeGetDiskExtents, nullptr, 0, extents, sizeof(extents),
-                       &returned, &error)) {
-    return {};
-  }
-  std::vector<int> disks;
-  const uint32_t count = ReadLe32(extents);
-  for (uint32_t i = 0; i < count && i < 16; ++i) {
-    const uint8_t* extent = extents + kFirstExtent + i * kExtentSize;
-    uint64_t length = 0;
-    memcpy(&length, extent + kExtentLengthAt, sizeof(length));
-    if (length != 0 && ReadLe32(extent) < 256) disks.push_back(static_cast<int>(ReadLe32(extent)));
-  }
-  return disks;
+  return KyGuid::QueryVolumeDisks(folder[0]).disks;
 }
 
 void CaptureDisks(MachineFile& machine) {
-  const std::vector<int> system = SystemDisks();
+  const std::vector<uint32_t> system = SystemDisks();
   for (int drive = 0; drive < KyGuid::kMaxPhysicalDrives; ++drive) {
     KyGuidSim::MachineDisk disk;
     disk.number = drive;
@@ -114,7 +83,8 @@ void CaptureDisks(MachineFile& machine) {
     // it is left out here too.
     if (disk.descriptor.empty()) continue;
     CaptureIdentify(drive, disk);
-    disk.system = std::find(system.begin(), system.end(), drive) != system.end();
+    disk.system = std::find(system.begin(), system.end(), static_cast<uint32_t>(drive)) !=
+                  system.end();
     machine.disks.push_back(disk);
   }
 }
