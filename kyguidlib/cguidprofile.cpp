@@ -4,7 +4,6 @@
 #include <shlwapi.h>
 #include <windows.h>
 
-#include <cstdio>
 #include <vector>
 
 #include "common/kylog.h"
@@ -19,8 +18,6 @@ constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\cguidprofile
 constexpr DWORD kValueBufferSize = 4096;
 // Far above the adapters of any machine.
 constexpr unsigned kMaxListEntries = 1024;
-
-std::string FormatInt(int value) { return std::to_string(value); }
 
 }  // namespace
 
@@ -84,11 +81,11 @@ void CGuidProfile::SaveGuidInfo(const std::string& section, const GuidRecord& re
   write("DiskDetail", record.DiskDetail);
   write("AdapterKey", record.AdapterKey);
   write("AdapterDetail", record.AdapterDetail);
-  write("CreateIndex", FormatInt(record.CreateIndex));
-  write("CreateTime", FormatInt(record.CreateTime));
-  write("Score", FormatInt(record.Score));
-  write("Reason", FormatInt(record.Reason));
-  write("Version", FormatInt(record.Version));
+  write("CreateIndex", std::to_string(record.CreateIndex));
+  write("CreateTime", std::to_string(record.CreateTime));
+  write("Score", std::to_string(record.Score));
+  write("Reason", std::to_string(record.Reason));
+  write("Version", std::to_string(record.Version));
 }
 
 template <typename Record, typename Detail>

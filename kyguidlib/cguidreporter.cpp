@@ -5,7 +5,6 @@
 #include <shlwapi.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 #include "common/kylog.h"
@@ -31,9 +30,7 @@ constexpr size_t kMaxSectionBytes = 1 << 20;
 
 int32_t Now() { return static_cast<int32_t>(KyGuidUtils::CurrentTime()); }
 
-std::string FormatInt(int value) { return std::to_string(value); }
-
-std::string SectionName(int n) { return "Report" + FormatInt(n); }
+std::string SectionName(int n) { return "Report" + std::to_string(n); }
 
 void EnsureProfileFolder() {
   const std::wstring folder = GetProfileDir();
@@ -154,7 +151,7 @@ BOOL CGuidReporter::SaveToCache(const ReportFields& report) {
 
   // Old keys that this report lacks stay in the section.
   const std::string section = SectionName(static_cast<int>(count % kCacheSections));
-  KyGuidUtils::WriteIniString(m_path, section.c_str(), kTimeKey, FormatInt(Now()));
+  KyGuidUtils::WriteIniString(m_path, section.c_str(), kTimeKey, std::to_string(Now()));
   for (const auto& field : report) {
     KyGuidUtils::WriteIniString(m_path, section.c_str(), field.first.c_str(), field.second);
   }
@@ -185,16 +182,16 @@ void CGuidReporter::MakeReport(int updateResult, const CGuidBuilder& builder,
   };
   auto addRecordNumbers = [&add](const char* prefix, const GuidRecord& record) {
     const std::string p = prefix;
-    add((p + "index").c_str(), FormatInt(record.CreateIndex));
-    add((p + "time").c_str(), FormatInt(record.CreateTime));
-    add((p + "reason").c_str(), FormatInt(record.Reason));
-    add((p + "version").c_str(), FormatInt(record.Version));
-    add((p + "score").c_str(), FormatInt(record.Score));
+    add((p + "index").c_str(), std::to_string(record.CreateIndex));
+    add((p + "time").c_str(), std::to_string(record.CreateTime));
+    add((p + "reason").c_str(), std::to_string(record.Reason));
+    add((p + "version").c_str(), std::to_string(record.Version));
+    add((p + "score").c_str(), std::to_string(record.Score));
   };
 
   const DiskInfo* systemDisk = FirstSystemDisk(builder.Disks());
   const std::string randGuid = RandGuid();
-  add(kResultField, FormatInt(updateResult));
+  add(kResultField, std::to_string(updateResult));
   add("system_disk", systemDisk ? DiskDetail(*systemDisk) : std::string());
   add("rand_guid", randGuid);
   add("virt_guid",

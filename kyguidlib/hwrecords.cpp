@@ -1,7 +1,6 @@
 #include "kyguidlib/hwrecords.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <iterator>
 #include <string>
 
@@ -59,8 +58,7 @@ std::string EscapeControlCharacters(const std::string& text) {
     unsigned char byte = static_cast<unsigned char>(c);
     if (byte < 0x20 || byte == 0x7F) {
       escaped += '\\';
-      escaped += "0123456789abcdef"[byte >> 4];
-      escaped += "0123456789abcdef"[byte & 0x0F];
+      escaped += KyGuidUtils::BytesToHex(&byte, 1);
     } else {
       escaped.push_back(c);
     }

@@ -14,7 +14,7 @@ Location Sibling(const wchar_t* path, const wchar_t* fileName) {
   // Windows folder.
   if (!path || !*path) return Location();
   wchar_t buffer[MAX_PATH] = {};
-  wcsncpy_s(buffer, MAX_PATH, path ? path : L"", _TRUNCATE);
+  wcsncpy_s(buffer, MAX_PATH, path, _TRUNCATE);
   PathRemoveFileSpecW(buffer);
   PathAppendW(buffer, fileName);
   Location location;

@@ -83,19 +83,24 @@ void WriteGuidOrNull(JsonWriter& json, const char* key, const std::string& guid)
   }
 }
 
-// The core linked into the tool, on the simulated machine: the same builder
-// the DLL runs, with saving off.
-int BuildOnMachine(const Options& options) {
+// The GUID this machine's hardware gives, through the DLL, writing nothing;
+// empty when none results.
+int BuildThroughLibrary(std::string& guid) {
+  Library library;
+  if (!LoadLibraryInterfaces(library)) return kExitNoLibrary;
+  char text[33] = {};
+  if (library.updater->BuildGuidNow(text, sizeof(text))) guid = text;
+  return kExitOk;
+}
+
+// The same for a simulated machine, through the core linked into the tool:
+// the same builder the DLL runs, with saving off.
+int BuildOnMachine(const std::string& machineFile, std::string& guid) {
   WhatIfMachine machine;
-  if (!machine.Install(options.machineFile)) return kExitBadMachineFile;
+  if (!machine.Install(machineFile)) return kExitBadMachineFile;
   KyGuid::CGuidBuilder builder(false);
   builder.UpdateNewGuid();
-  const std::string guid = builder.NewInfo().Guid;
-  if (guid.empty()) {
-    PrintError("no GUID could be built from this machine's hardware");
-    return kExitNoGuid;
-  }
-  PrintGuid(options, guid);
+  guid = builder.NewInfo().Guid;
   return kExitOk;
 }
 
@@ -142,11 +147,11 @@ int UpdateCommand(const Options& options) {
 }
 
 int BuildCommand(const Options& options) {
-  if (!options.machineFile.empty()) return BuildOnMachine(options);
-  Library library;
-  if (!LoadLibraryInterfaces(library)) return kExitNoLibrary;
-  char guid[33] = {};
-  if (!library.updater->BuildGuidNow(guid, sizeof(guid))) {
+  std::string guid;
+  const int built = options.machineFile.empty() ? BuildThroughLibrary(guid)
+                                                : BuildOnMachine(options.machineFile, guid);
+  if (built != kExitOk) return built;
+  if (guid.empty()) {
     PrintError("no GUID could be built from this machine's hardware");
     return kExitNoGuid;
   }

@@ -1,5 +1,6 @@
 #include "tools/simmachine/machinefile.h"
 
+#include <algorithm>
 #include <set>
 
 #include "common/strutil.h"
@@ -123,12 +124,7 @@ bool ParseMac(const std::string& text, std::vector<uint8_t>& mac) {
     digits += c;
   }
   if (digits.empty() || digits.size() % 2 != 0 || digits.size() / 2 > kMaxMacBytes) return false;
-  mac.clear();
-  for (size_t i = 0; i < digits.size(); i += 2) {
-    mac.push_back(static_cast<uint8_t>(KyGuidUtils::HexValue(digits[i]) * 16 +
-                                       KyGuidUtils::HexValue(digits[i + 1])));
-  }
-  return true;
+  return ParseHexBytes(digits, mac);
 }
 
 class Parser {
@@ -267,19 +263,13 @@ class Parser {
   // Whether `key` and another key of the section both say what the
   // descriptor says.
   bool DescriptorConflict(const std::string& key) const {
-    static const char* const kDescribed[] = {"model", "serial", "revision",
-                                             "vendor", "bus", "removable"};
-    auto given = [this](const char* name) { return m_keys.count(name) != 0; };
+    static const std::set<std::string> kDescribed = {"model", "serial", "revision",
+                                                     "vendor", "bus", "removable"};
     if (key == "descriptor") {
-      for (const char* name : kDescribed) {
-        if (given(name)) return true;
-      }
-      return false;
+      return std::any_of(kDescribed.begin(), kDescribed.end(),
+                         [this](const std::string& name) { return m_keys.count(name) != 0; });
     }
-    for (const char* name : kDescribed) {
-      if (key == name) return given("descriptor");
-    }
-    return false;
+    return kDescribed.count(key) != 0 && m_keys.count("descriptor") != 0;
   }
 
   static std::string DiskValue(MachineDisk& disk, const std::string& key,
@@ -437,12 +427,10 @@ namespace {
 // Hex digit pairs, separated as MAC addresses (by '-') or as device answers
 // (by blanks).
 std::string Hex(const std::vector<uint8_t>& bytes, char separator = ' ') {
-  static const char kDigits[] = "0123456789abcdef";
   std::string text;
   for (size_t i = 0; i < bytes.size(); ++i) {
     if (i > 0) text += separator;
-    text += kDigits[bytes[i] >> 4];
-    text += kDigits[bytes[i] & 0x0F];
+    text += KyGuidUtils::BytesToHex(&bytes[i], 1);
   }
   return text;
 }
