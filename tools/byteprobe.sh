@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Compares what updates leave behind, byte for byte, between this tree and
+# another revision (default: the last commit): builds tools/byteprobe against
+# both and diffs their outputs. Exits non-zero when they differ.
+#   tools/byteprobe.sh [REVISION]
+set -euo pipefail
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+revision="${1:-HEAD}"
+"$root/tools/setup.sh" >/dev/null
+base="$root/build-probe-base"
+rm -rf "$base"
+git -C "$root" worktree add --detach --force "$base/src" "$revision" >/dev/null
+trap 'git -C "$root" worktree remove --force "$base/src"' EXIT
+# The probe itself is this tree's, so both sides run the same stories.
+mkdir -p "$base/src/tools/byteprobe"
+cp "$root/tools/byteprobe/byteprobe.cpp" "$base/src/tools/byteprobe/"
+grep -q byteprobe "$base/src/tools/CMakeLists.txt" ||
+  sed -n '/^# Prints every byte an update leaves/,$p' "$root/tools/CMakeLists.txt" \
+    >>"$base/src/tools/CMakeLists.txt"
+cmake -S "$base/src" -B "$base/build" -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake \
+  -DBUILD_TESTING=OFF >/dev/null
+cmake --build "$base/build" -j"$(nproc)" --target byteprobe >/dev/null
+cmake --build "$root/build" -j"$(nproc)" --target byteprobe >/dev/null
+
+run() {  # build folder, output file
+  local work
+  work="$(mktemp -d)"
+  "$root/tools/winerun" "$1/tools/byteprobe.exe" "Z:$work\\probe" >"$2"
+  rm -rf "$work"
+}
+run "$base/build" "$base/before.txt"
+run "$root/build" "$base/after.txt"
+echo "byteprobe: $(wc -l <"$base/after.txt") lines"
+diff -u "$base/before.txt" "$base/after.txt" && echo "byteprobe: identical to $revision"
