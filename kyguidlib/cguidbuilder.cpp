@@ -4,6 +4,7 @@
 
 
 #include "common/clock.h"
+#include "common/filestore.h"
 #include "common/kylog.h"
 #include "common/md5.h"
 #include "common/strutil.h"
@@ -199,7 +200,10 @@ void CGuidBuilder::SaveNewGuid() {
   if (m_save) SaveBuild(!m_activeInfo.Guid.empty());
 }
 
+// The record in force and its history section commit together: a crash
+// leaves the old record or the new one, never a record without its keys.
 void CGuidBuilder::SaveBuild(bool saveReplaced) {
+  KyGuidUtils::StoreStep step(GetCommitListPath());
   CGuidProfile profile;
   profile.SaveGuidInfo(CGuidProfile::kActiveSection, m_newInfo, nullptr);
   const std::string section = CGuidProfile::BuildSectionName(m_newInfo.CreateIndex);
@@ -207,6 +211,7 @@ void CGuidBuilder::SaveBuild(bool saveReplaced) {
   profile.SaveGuidInfo(section, m_newInfo, nullptr);
   profile.SaveDiskList(section, m_disks);
   profile.SaveAdapterList(section, m_adapters);
+  step.Commit();
 }
 
 int CGuidBuilder::LoadAncientGuidInfo(const std::string& path, GuidRecord& out) {

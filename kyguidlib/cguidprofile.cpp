@@ -6,6 +6,7 @@
 
 #include <vector>
 
+#include "common/filestore.h"
 #include "common/kylog.h"
 #include "common/profilefile.h"
 #include "common/strutil.h"
@@ -23,8 +24,8 @@ constexpr unsigned kMaxListEntries = 1024;
 
 CGuidProfile::CGuidProfile() : m_path(GetGuidFilePath()) {
   std::wstring folder = GetProfileDir();
-  if (folder.empty() || PathFileExistsW(folder.c_str())) return;
-  SHCreateDirectory(nullptr, folder.c_str());
+  if (folder.empty() || KyGuidUtils::StoreFileExists(folder)) return;
+  KyGuidUtils::CreateStoreFolder(folder);
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(L"KyGuid::CGuidProfile::CGuidProfile"),
                L"Create guid profile directory: %s", folder.c_str());
 }

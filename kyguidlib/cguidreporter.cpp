@@ -1,12 +1,11 @@
 #include "kyguidlib/cguidreporter.h"
 
 #include <objbase.h>
-#include <shlobj.h>
-#include <shlwapi.h>
 
 #include <algorithm>
 #include <cstring>
 
+#include "common/filestore.h"
 #include "common/kylog.h"
 #include "common/md5.h"
 #include "common/profilefile.h"
@@ -34,9 +33,7 @@ std::string SectionName(int n) { return "Report" + std::to_string(n); }
 
 void EnsureProfileFolder() {
   const std::wstring folder = GetProfileDir();
-  if (!folder.empty() && !PathFileExistsW(folder.c_str())) {
-    SHCreateDirectoryExW(nullptr, folder.c_str(), nullptr);
-  }
+  if (!folder.empty()) KyGuidUtils::CreateStoreFolder(folder);
 }
 
 std::string ExecutableFileName() {
@@ -76,23 +73,9 @@ const DiskInfo* FirstSystemDisk(const std::vector<DiskInfo>& disks) {
 // The "key=value" lines of a section in file order, without the cache's
 // own time stamp.
 ReportFields ReadReportSection(const std::string& path, const std::string& section) {
-  std::vector<char> buffer(32768);
-  DWORD length = 0;
-  for (;;) {
-    length = GetPrivateProfileSectionA(section.c_str(), buffer.data(),
-                                       static_cast<DWORD>(buffer.size()), path.c_str());
-    // A full buffer is reported as its size minus two.
-    if (length + 2 < buffer.size() || buffer.size() >= kMaxSectionBytes) break;
-    buffer.resize(buffer.size() * 2);
-  }
   ReportFields fields;
-  const char* end = buffer.data() + std::min<size_t>(length, buffer.size());
-  for (const char* entry = buffer.data(); entry < end && *entry; entry += strlen(entry) + 1) {
-    const char* equals = strchr(entry, '=');
-    if (!equals) continue;
-    std::string key(entry, equals);
-    if (_stricmp(key.c_str(), kTimeKey) == 0) continue;
-    fields.emplace_back(std::move(key), equals + 1);
+  for (auto& entry : KyGuidUtils::ReadIniSection(path, section.c_str(), kMaxSectionBytes)) {
+    if (_stricmp(entry.first.c_str(), kTimeKey) != 0) fields.push_back(std::move(entry));
   }
   return fields;
 }

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 
+#include "common/filestore.h"
 #include "common/kylog.h"
 #include "kyguidlib/cguidbuilder.h"
 #include "kyguidlib/cguidreporter.h"
@@ -21,9 +22,24 @@ constexpr DWORD kRightRetryDelayMs = 10;
 uint32_t Ticks() { return CurrentPlatform().ticks->GetTickCount(); }
 
 // The legacy refresh after a saving build: the one entry into the earlier
-// scheme. Returns its machine id, empty when the build failed.
+// scheme. Returns its machine id, empty when the build failed. The refresh
+// and the write-back of the GUID in force commit as one step: GlobalMgr.db,
+// which keeps the identity while Guid.db is lost, never holds the freshly
+// computed sequence id in place of the GUID.
 std::string RefreshLegacyId(int result, const CGuidBuilder& builder) {
-  return result >= 0 ? KyMacID::GetSequenceID(builder.NewInfo().Guid) : std::string();
+  if (result < 0) return std::string();
+  KyGuidUtils::StoreStep step(GetCommitListPath());
+  const std::string id = KyMacID::GetSequenceID(builder.NewInfo().Guid);
+  step.Commit();
+  return id;
+}
+
+// What a crash left of an earlier update is finished or discarded before
+// this one reads anything. When it cannot be finished, this update writes
+// nothing: its writes could be overtaken by the older commit later.
+std::unique_ptr<KyGuidUtils::StoreWritesRefused> RecoverStore() {
+  if (KyGuidUtils::RecoverStore(GetCommitListPath(), GetStoreFiles())) return nullptr;
+  return std::make_unique<KyGuidUtils::StoreWritesRefused>(ERROR_SHARING_VIOLATION);
 }
 
 }  // namespace
@@ -148,13 +164,7 @@ unsigned CGuidUpdater::UpdateProc() {
   if (LockUpdateRight() != 1) return 0xFFFFFFFFu;
   {
     RightHolder right(*this);
-    std::unique_ptr<CGuidBuilder> builder = std::make_unique<CGuidBuilder>(true);
-    const int result = builder->UpdateNewGuid();
-    const std::string ancientGuid = RefreshLegacyId(result, *builder);
-    LogUpdateResult(KYLOG_SITE(kFunction), result, *builder);
-    CGuidReporter reporter;
-    reporter.ReportCache();  // what earlier runs on callers' threads left behind
-    reporter.Report(result, *builder, ancientGuid);
+    RunUpdate(UpdateCaller::kBackground, KYLOG_SITE(kFunction));
 
     // Keeping the right a little longer keeps every other process of the
     // machine from starting an update in the same minute.
@@ -191,19 +201,35 @@ int CGuidUpdater::SafeUpdateNow() {
   }
 
   RightHolder right(*this);
+  RunUpdate(UpdateCaller::kSynchronous, KYLOG_SITE(kFunction));
+  return 1;
+}
+
+int CGuidUpdater::RunUpdate(UpdateCaller caller, const KyLog::Site& resultSite) {
+  const auto refused = RecoverStore();
   std::unique_ptr<CGuidBuilder> builder = std::make_unique<CGuidBuilder>(true);
   const int result = builder->UpdateNewGuid();
   const std::string ancientGuid = RefreshLegacyId(result, *builder);
+  CGuidReporter reporter;
+  if (caller == UpdateCaller::kBackground) {
+    LogUpdateResult(resultSite, result, *builder);
+    reporter.ReportCache();  // what earlier runs on callers' threads left behind
+    KyGuidUtils::StoreStep step(GetCommitListPath());  // the machine's random GUID, when new
+    reporter.Report(result, *builder, ancientGuid);
+    step.Commit();
+    return result;
+  }
   // Nothing is sent from the caller's thread: the next background run sends
   // the cached report while it is fresh. An unchanged GUID is not worth one.
   if (result != kResultKept) {
-    CGuidReporter reporter;
+    KyGuidUtils::StoreStep step(GetCommitListPath());
     ReportFields report;
     reporter.MakeReport(result, *builder, ancientGuid, report);
     reporter.SaveToCache(report);
+    step.Commit();
   }
-  LogUpdateResult(KYLOG_SITE(kFunction), result, *builder);
-  return 1;
+  LogUpdateResult(resultSite, result, *builder);
+  return result;
 }
 
 void CGuidUpdater::LogUpdateResult(const KyLog::Site& site, int result,

@@ -44,6 +44,14 @@ class CGuidUpdater : public IGuidUpdater, public KyGuidUtils::CThreadBase {
   int LockUpdateRight(uint32_t* createError = nullptr);
   void UnlockUpdateRight();
 
+  // The update itself, once the right is held: finishes what a crash left,
+  // keeps or builds the GUID, refreshes the earlier scheme's files, then
+  // sends this run's report from the background thread or caches it for a
+  // synchronous caller; the result line is logged at `resultSite`. Returns
+  // the update result.
+  enum class UpdateCaller { kBackground, kSynchronous };
+  static int RunUpdate(UpdateCaller caller, const KyLog::Site& resultSite);
+
   // The INFO line that tells what an update did, logged at the caller's site.
   static void LogUpdateResult(const KyLog::Site& site, int result, const CGuidBuilder& builder);
 

@@ -1,9 +1,7 @@
 #include "kyguidlib/globalmgrfile.h"
 
-#include <windows.h>
-
+#include "common/filestore.h"
 #include "common/profilefile.h"
-#include "common/win32raii.h"
 
 namespace KyGuid {
 namespace {
@@ -41,13 +39,7 @@ std::string GlobalMgrText(const GlobalMgrValues& values) {
 }
 
 bool WriteGlobalMgrFile(const std::wstring& path, const GlobalMgrValues& values) {
-  KyGuidUtils::UniqueFile file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                           OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file) return false;
-  const std::string text = GlobalMgrText(values);
-  DWORD written = 0;
-  WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-  return true;
+  return KyGuidUtils::WriteStoreFileHead(path, GlobalMgrText(values));
 }
 
 }  // namespace KyGuid

@@ -35,24 +35,6 @@ uint64_t FileLastWriteTime(const std::string& path) {
          data.ftLastWriteTime.dwLowDateTime;
 }
 
-std::string WideToAnsi(const std::wstring& text) {
-  if (text.empty()) return std::string();
-  std::string out(text.size() * 3, '\0');
-  int written = WideCharToMultiByte(CP_ACP, 0, text.data(), static_cast<int>(text.size()),
-                                    &out[0], static_cast<int>(out.size()), nullptr, nullptr);
-  out.resize(written > 0 ? written : 0);
-  return out;
-}
-
-std::wstring AnsiToWide(const std::string& text) {
-  if (text.empty()) return std::wstring();
-  std::wstring out(text.size(), L'\0');
-  int written = MultiByteToWideChar(CP_ACP, 0, text.data(), static_cast<int>(text.size()),
-                                    &out[0], static_cast<int>(out.size()));
-  out.resize(written > 0 ? written : 0);
-  return out;
-}
-
 std::wstring GetProfileDir() { return SuiteFolder(CSIDL_COMMON_APPDATA); }
 std::string GetProfileDirA() { return WideToAnsi(GetProfileDir()); }
 std::string GetUserProfileDirA() { return WideToAnsi(SuiteFolder(CSIDL_APPDATA)); }
@@ -62,6 +44,32 @@ std::string GetGlobalMgrFilePath() { return FileInProfileDir("GlobalMgr.db"); }
 std::string GetUserGlobalMgrFilePath() {
   const std::string dir = GetUserProfileDirA();
   return dir.empty() ? std::string() : dir + "\\GlobalMgr.db";
+}
+
+std::wstring GetCommitListPath() {
+  const std::wstring dir = GetProfileDir();
+  return dir.empty() ? std::wstring() : dir + L"\\GuidStore.commit";
+}
+
+std::vector<std::wstring> GetStoreFiles() {
+  std::vector<std::wstring> files;
+  const std::wstring dir = GetProfileDir();
+  if (!dir.empty()) {
+    for (const wchar_t* name : {L"Guid.db", L"GuidReport.dat", L"GlobalMgr.db", L"GlobalMgrBack.db",
+                                L"HDD.db", L"GuidInfo.db", L"GuidList.db"}) {
+      files.push_back(dir + L"\\" + name);
+    }
+  }
+  const std::wstring userDir = SuiteFolder(CSIDL_APPDATA);
+  if (!userDir.empty()) {
+    files.push_back(userDir + L"\\GlobalMgr.db");
+    files.push_back(userDir + L"\\Global.db");
+  }
+  std::wstring common;
+  if (CurrentPlatform().folders->GetFolder(CSIDL_COMMON_APPDATA, common)) {
+    files.push_back(common + L"\\Corvane\\Desktop\\Global.db");
+  }
+  return files;
 }
 
 std::string GetProcessName() {

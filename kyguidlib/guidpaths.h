@@ -5,6 +5,9 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
+
+#include "common/ansipath.h"
 
 namespace KyGuid {
 
@@ -17,6 +20,11 @@ std::string GetGlobalMgrFilePath();
 std::string GetUserGlobalMgrFilePath();
 // The per-user counterpart of the profile folder (CSIDL_APPDATA), narrow.
 std::string GetUserProfileDirA();
+// The file a commit of several files lists them in, in the data folder.
+std::wstring GetCommitListPath();
+// Every file the library writes.
+std::vector<std::wstring> GetStoreFiles();
+
 // The host executable's file name without directory and last extension.
 std::string GetProcessName();
 
@@ -24,8 +32,7 @@ std::string GetProcessName();
 // cannot be queried, so a vanished file reads as a change.
 uint64_t FileLastWriteTime(const std::string& path);
 
-// Conversions on the ANSI code page.
-std::string WideToAnsi(const std::wstring& text);
-std::wstring AnsiToWide(const std::string& text);
+using KyGuidUtils::AnsiToWide;
+using KyGuidUtils::WideToAnsi;
 
 }  // namespace KyGuid

@@ -12,21 +12,19 @@ rm -rf "$base"
 git -C "$root" worktree add --detach --force "$base/src" "$revision" >/dev/null
 trap 'git -C "$root" worktree remove --force "$base/src"' EXIT
 # The probe itself is this tree's, so both sides run the same stories.
-mkdir -p "$base/src/tools/byteprobe"
-cp "$root/tools/byteprobe/byteprobe.cpp" "$base/src/tools/byteprobe/"
-grep -q byteprobe "$base/src/tools/CMakeLists.txt" ||
-  sed -n '/^# Prints every byte an update leaves/,$p' "$root/tools/CMakeLists.txt" \
-    >>"$base/src/tools/CMakeLists.txt"
+rm -rf "$base/src/tools/byteprobe"
+cp -r "$root/tools/byteprobe" "$base/src/tools/byteprobe"
+sed -i '/byteprobe/d' "$base/src/tools/CMakeLists.txt"
+echo 'add_subdirectory(byteprobe)' >>"$base/src/tools/CMakeLists.txt"
 cmake -S "$base/src" -B "$base/build" -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake \
   -DBUILD_TESTING=OFF >/dev/null
 cmake --build "$base/build" -j"$(nproc)" --target byteprobe >/dev/null
 cmake --build "$root/build" -j"$(nproc)" --target byteprobe >/dev/null
 
-run() {  # build folder, output file
-  local work
-  work="$(mktemp -d)"
-  "$root/tools/winerun" "$1/tools/byteprobe.exe" "Z:$work\\probe" >"$2"
-  rm -rf "$work"
+run() {  # build folder, output file; both in one folder, as paths are logged
+  rm -rf "$base/work"
+  "$root/tools/winerun" "$1/tools/byteprobe/byteprobe.exe" "Z:$base/work" >"$2"
+  rm -rf "$base/work"
 }
 run "$base/build" "$base/before.txt"
 run "$root/build" "$base/after.txt"

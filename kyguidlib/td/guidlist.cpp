@@ -1,8 +1,6 @@
 #include "kyguidlib/td/guidlist.h"
 
-#include <windows.h>
-#include <shlwapi.h>
-
+#include "common/filestore.h"
 #include "kyguidlib/globalmgrfile.h"
 #include "kyguidlib/guidpaths.h"
 #include "common/profilefile.h"
@@ -44,7 +42,7 @@ bool CGuidList::IsFileOk() const {
 
 void CGuidList::CreateGuidListFile() {
   KyStuck::StackScope scope("CGuidList::CreateGuidListFile");
-  if (PathFileExistsW(m_pathW.c_str()) && IsFileOk()) return;
+  if (KyGuidUtils::StoreFileExists(m_pathW) && IsFileOk()) return;
   // A machine that had the legacy id before this file existed starts its
   // history with the record GlobalMgr.db holds.
   const KyGuid::GlobalMgrValues legacy =

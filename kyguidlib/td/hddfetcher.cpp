@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "common/clock.h"
+#include "common/filestore.h"
 #include "common/kylog.h"
 #include "kyguidlib/devicestrings.h"
 #include "kyguidlib/devicetransport.h"
@@ -279,9 +280,7 @@ bool CHddFetcher::ReadPhysicalDriveRand(std::string& serialNumber, std::string& 
                  static_cast<unsigned>(E_FAIL));
     return false;
   }
-  if (GetFileAttributesW(folder.c_str()) == INVALID_FILE_ATTRIBUTES) {
-    SHCreateDirectory(nullptr, folder.c_str());
-  }
+  KyGuidUtils::CreateStoreFolder(folder);
   const std::string path = WideToAnsi(folder) + "\\HDD.db";
   HddDbIdentity stored = ReadHddDb(path);
   KyLog::Write(KyLog::kInfo, KYLOG_SITE(kRand),

@@ -8,9 +8,9 @@
 #include <cstring>
 #include <utility>
 
+#include "common/filestore.h"
 #include "common/kylog.h"
 #include "common/md5.h"
-#include "common/win32raii.h"
 #include "kyguidlib/globalmgrfile.h"
 #include "kyguidlib/hardware.h"
 #include "kyguidlib/guidpaths.h"
@@ -60,7 +60,7 @@ void LogEntry(const wchar_t* function) {
 // may have changed, would name another file.
 std::string ToAnsi(const wchar_t* text) { return KyGuid::WideToAnsi(text ? text : L""); }
 
-bool FileExists(const wchar_t* path) { return PathFileExistsW(path) != FALSE; }
+bool FileExists(const wchar_t* path) { return KyGuidUtils::StoreFileExists(path ? path : L""); }
 
 void CopyDigest(const std::string& digest, char (&out)[kDigestTextSize]) {
   memset(out, 0, sizeof(out));
@@ -94,24 +94,6 @@ bool BuildCachePath(int csidl, const wchar_t* function, wchar_t* path) {
     return false;
   }
   wcscpy_s(path, kPathSize, combined);
-  return true;
-}
-
-KyGuidUtils::UniqueFile OpenForRead(const std::wstring& path) {
-  return KyGuidUtils::UniqueFile(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-}
-
-KyGuidUtils::UniqueFile CreateForWrite(const std::wstring& path, DWORD disposition) {
-  return KyGuidUtils::UniqueFile(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                             disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
-}
-
-bool FoundByFind(const std::wstring& path) {
-  WIN32_FIND_DATAW data;
-  HANDLE find = FindFirstFileW(path.c_str(), &data);
-  if (find == INVALID_HANDLE_VALUE) return false;
-  FindClose(find);
   return true;
 }
 
@@ -158,7 +140,7 @@ std::string GetSequenceID(const std::string& currentGuid) {
   const std::string userPath = KyGuid::GetUserGlobalMgrFilePath();
   if (userPath.empty() || commonPath.empty()) return ancientGuid;
   if (currentGuid != KyGuid::ReadGlobalMgrId(userPath, kUserConfigBufferSize)) {
-    CopyFileA(commonPath.c_str(), userPath.c_str(), FALSE);
+    KyGuidUtils::CopyStoreFile(KyGuid::AnsiToWide(commonPath), KyGuid::AnsiToWide(userPath), false);
   }
   return ancientGuid;
 }
@@ -354,7 +336,7 @@ void CSeqIDGenerator::SaveGuidToFile(const char* macMd5, const char* hddMd5, con
     PathAppendW(backupPath, kBackupName);
     const std::string backupPathA = ToAnsi(backupPath);
     if (!FileExists(backupPath)) {
-      CopyFileW(cachePath, backupPath, FALSE);
+      KyGuidUtils::CopyStoreFile(cachePath, backupPath, false);
       KyLog::Write(KyLog::kInfo, KYLOG_SITE(kSaveGuidToFile),
                    "commondata globalmgrback copy and file not exists, szFilePathBack=%s",
                    backupPathA.c_str());
@@ -365,7 +347,7 @@ void CSeqIDGenerator::SaveGuidToFile(const char* macMd5, const char* hddMd5, con
                    "commondata check guid newguid=%s, globalguid=%s", idText.c_str(),
                    fileGuid.c_str());
       if (idText != fileGuid) {
-        CopyFileW(cachePath, backupPath, FALSE);
+        KyGuidUtils::CopyStoreFile(cachePath, backupPath, false);
         KyLog::Write(KyLog::kInfo, KYLOG_SITE(kSaveGuidToFile),
                      "commondata globalmgrback copy, szFilePathBack=%s", backupPathA.c_str());
       }
@@ -411,7 +393,7 @@ void CSeqIDGenerator::CheckAndCopyGlobalMgr(const wchar_t* commonPath, const wch
     if (value->size() != kDigestLength) complete = false;
   }
   if (complete) {
-    CopyFileW(localPath, commonPath, TRUE);
+    KyGuidUtils::CopyStoreFile(localPath, commonPath, true);
     KyLog::Write(KyLog::kInfo, KYLOG_SITE(kCheckAndCopyGlobalMgr),
                  "CheckAndCopyGlobalMgr copy, szCommonFilePath=%s, szLocalFilePath=%s",
                  commonA.c_str(), localA.c_str());
@@ -447,36 +429,27 @@ std::wstring CSeqIDGenerator::GetGlobalDbPath(bool user) {
 bool CSeqIDGenerator::GetIDFromFile(SeqId& id) {
   LogEntry(kGetIDFromFile);
   const std::wstring commonPath = GetGlobalDbPath(false);
-  KyGuidUtils::UniqueFile file = OpenForRead(commonPath);
-  if (!file) {
+  std::string content;
+  if (!KyGuidUtils::ReadStoreFile(commonPath, content)) {
     const std::wstring userPath = GetGlobalDbPath(true);
-    // An id kept per user moves to the common place. The open below then
+    // An id kept per user moves to the common place. The read below then
     // fails and this run reports no id; the next run finds the common file.
-    if (!FoundByFind(commonPath) && FoundByFind(userPath)) {
-      if (CopyFileW(userPath.c_str(), commonPath.c_str(), FALSE)) DeleteFileW(userPath.c_str());
+    if (!FileExists(commonPath.c_str()) && FileExists(userPath.c_str()) &&
+        KyGuidUtils::CopyStoreFile(userPath, commonPath, false)) {
+      KyGuidUtils::RemoveStoreFile(userPath);
     }
-    file = OpenForRead(userPath);
+    if (!KyGuidUtils::ReadStoreFile(userPath, content)) return false;
   }
-  if (!file) return false;
-
-  LARGE_INTEGER size{};
-  if (!GetFileSizeEx(file.get(), &size) || size.QuadPart < static_cast<LONGLONG>(kSeqIdSize)) {
-    return false;
-  }
-  SeqId read = {};
-  DWORD count = 0;
-  if (!ReadFile(file.get(), read, kSeqIdSize, &count, nullptr) || count != kSeqIdSize) return false;
-  memcpy(id, read, kSeqIdSize);
+  if (content.size() < kSeqIdSize) return false;
+  memcpy(id, content.data(), kSeqIdSize);
   return true;
 }
 
 bool CSeqIDGenerator::SetIDToFile(const SeqId& id) {
   LogEntry(kSetIDToFile);
-  KyGuidUtils::UniqueFile file = CreateForWrite(GetGlobalDbPath(false), CREATE_ALWAYS);
-  if (!file) file = CreateForWrite(GetGlobalDbPath(true), CREATE_ALWAYS);
-  if (!file) return false;
-  DWORD written = 0;
-  return WriteFile(file.get(), id, kSeqIdSize, &written, nullptr) && written == kSeqIdSize;
+  const std::string bytes(reinterpret_cast<const char*>(id), kSeqIdSize);
+  return KyGuidUtils::WriteStoreFile(GetGlobalDbPath(false), bytes) ||
+         KyGuidUtils::WriteStoreFile(GetGlobalDbPath(true), bytes);
 }
 
 bool CSeqIDGenerator::GenerateID(SeqId& id) {

@@ -226,7 +226,7 @@ class Probe {
     GetPrivateProfileStringA("RandGuid", "Guid", "", random, sizeof(random), guidDb.c_str());
     ReplaceAll(text, random, "<random>");
     for (const char* field : {"rand_guid", "virt_guid"}) {
-      for (const std::string marker :
+      for (const std::string& marker :
            {std::string("\"") + field + "\":\"", std::string(field) + "="}) {
         for (size_t at = 0; (at = text.find(marker, at)) != std::string::npos; ++at) {
           const std::string value = text.substr(at + marker.size(), 32);
