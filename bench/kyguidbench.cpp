@@ -2,6 +2,9 @@
 // the profile-file calls it makes, and prints a table and JSON.
 //
 //   kyguidbench.exe [--json FILE]
+//   kyguidbench.exe --updates        the updates alone, one line each, for
+//                                    tools/bench.sh --baseline, which runs the
+//                                    bench built against two revisions in turn
 //
 // Every figure is the median of several repetitions. The reader is measured
 // through KyGuid64.dll beside this program, on the machine's Guid.db (one is
@@ -303,11 +306,30 @@ UpdateFigures MeasureUpdate(int disks, int adapters, bool build, const std::stri
 
 }  // namespace
 
+std::vector<UpdateFigures> MeasureUpdates() {
+  HookProfileCalls();
+  char temp[MAX_PATH];
+  GetTempPathA(MAX_PATH, temp);
+  const std::string root = std::string(temp) + "kyguidbench-" + std::to_string(GetCurrentProcessId());
+  std::vector<UpdateFigures> updates;
+  for (auto size : {std::pair<int, int>{1, 1}, {4, 8}, {16, 32}}) {
+    updates.push_back(MeasureUpdate(size.first, size.second, true, root));
+    updates.push_back(MeasureUpdate(size.first, size.second, false, root));
+  }
+  return updates;
+}
+
 int main(int argc, char** argv) {
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
   std::string jsonPath;
   for (int i = 1; i + 1 < argc; ++i) {
     if (strcmp(argv[i], "--json") == 0) jsonPath = argv[i + 1];
+  }
+  if (argc == 2 && strcmp(argv[1], "--updates") == 0) {
+    for (const UpdateFigures& u : MeasureUpdates()) {
+      printf("update %d %d %s %.3f\n", u.disks, u.adapters, u.kind, u.updateMs);
+    }
+    return 0;
   }
   JsonOut json;
 
@@ -432,15 +454,7 @@ int main(int argc, char** argv) {
   if (wroteGuidDb) DeleteFileA(guidDb.c_str());
 
   // 4. Updates on simulated machines.
-  HookProfileCalls();
-  char temp[MAX_PATH];
-  GetTempPathA(MAX_PATH, temp);
-  const std::string root = std::string(temp) + "kyguidbench-" + std::to_string(GetCurrentProcessId());
-  std::vector<UpdateFigures> updates;
-  for (auto size : {std::pair<int, int>{1, 1}, {4, 8}, {16, 32}}) {
-    updates.push_back(MeasureUpdate(size.first, size.second, true, root));
-    updates.push_back(MeasureUpdate(size.first, size.second, false, root));
-  }
+  const std::vector<UpdateFigures> updates = MeasureUpdates();
 
   // The table.
   printf("reader (ns per call, median of %d; floor and reader in alternation, others of %d)\n",

@@ -13,6 +13,7 @@
 #include "kyguidlib/cdiskfetcher.h"
 #include "kyguidlib/cguidprofile.h"
 #include "kyguidlib/globalmgrfile.h"
+#include "kyguidlib/guiddbfile.h"
 #include "kyguidlib/guidpaths.h"
 
 namespace KyGuid {
@@ -205,9 +206,9 @@ void CGuidBuilder::SaveNewGuid() {
 void CGuidBuilder::SaveBuild(bool saveReplaced) {
   KyGuidUtils::StoreStep step(GetCommitListPath());
   CGuidProfile profile;
-  profile.SaveGuidInfo(CGuidProfile::kActiveSection, m_newInfo, nullptr);
-  const std::string section = CGuidProfile::BuildSectionName(m_newInfo.CreateIndex);
-  if (saveReplaced) profile.SaveGuidInfo(section, m_activeInfo, "Old");
+  profile.SaveGuidInfo(GuidDb::kActiveSection, m_newInfo, nullptr);
+  const std::string section = GuidDb::BuildSection(m_newInfo.CreateIndex);
+  if (saveReplaced) profile.SaveGuidInfo(section, m_activeInfo, GuidDb::kReplacedPrefix);
   profile.SaveGuidInfo(section, m_newInfo, nullptr);
   profile.SaveDiskList(section, m_disks);
   profile.SaveAdapterList(section, m_adapters);

@@ -10,6 +10,7 @@
 #include "common/kylog.h"
 #include "common/profilefile.h"
 #include "common/strutil.h"
+#include "kyguidlib/guiddbfile.h"
 #include "kyguidlib/guidpaths.h"
 
 namespace KyGuid {
@@ -31,7 +32,14 @@ CGuidProfile::CGuidProfile() : m_path(GetGuidFilePath()) {
 }
 
 int CGuidProfile::LoadGuidInfo(GuidRecord& out) const {
-  std::string guid = KyGuidUtils::ReadIniString(m_path, kActiveSection, "Guid", kValueBufferSize);
+  using namespace GuidDb;
+  auto text = [&](const char* key) {
+    return KyGuidUtils::ReadIniString(m_path, kActiveSection, key, kValueBufferSize);
+  };
+  auto number = [&](const char* key, int defaultValue) {
+    return KyGuidUtils::ReadIniInt(m_path, kActiveSection, key, defaultValue);
+  };
+  std::string guid = text(Key::Guid);
   if (!KyGuidUtils::IsGuidText(guid)) {
     DWORD error = GetLastError();
     KyLog::Write(KyLog::kInfo, KYLOG_SITE(L"KyGuid::CGuidProfile::LoadGuidInfo"),
@@ -41,94 +49,61 @@ int CGuidProfile::LoadGuidInfo(GuidRecord& out) const {
   }
   out.Guid = guid;
 
-  std::string diskKey =
-      KyGuidUtils::ReadIniString(m_path, kActiveSection, "DiskKey", kValueBufferSize);
+  std::string diskKey = text(Key::DiskKey);
   KyGuidUtils::RemoveBlanksAfterMarker(diskKey, "PID:{");
   KyGuidUtils::RemoveBlanksAfterMarker(diskKey, "SN:{");
   out.DiskKey = diskKey;
 
-  std::string diskDetail =
-      KyGuidUtils::ReadIniString(m_path, kActiveSection, "DiskDetail", kValueBufferSize);
+  std::string diskDetail = text(Key::DiskDetail);
   KyGuidUtils::RemoveBlanksAfterMarker(diskDetail, "PID:{");
   KyGuidUtils::RemoveBlanksAfterMarker(diskDetail, "VID:{");
   KyGuidUtils::RemoveBlanksAfterMarker(diskDetail, "SN:{");
   out.DiskDetail = diskDetail;
 
-  out.AdapterKey =
-      KyGuidUtils::ReadIniString(m_path, kActiveSection, "AdapterKey", kValueBufferSize);
-  out.AdapterDetail =
-      KyGuidUtils::ReadIniString(m_path, kActiveSection, "AdapterDetail", kValueBufferSize);
-  out.CreateIndex = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "CreateIndex", -1);
-  out.CreateTime = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "CreateTime", 0);
-  out.Score = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "Score", 0);
-  out.Reason = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "Reason", 0);
-  out.Version = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "Version", 0);
+  out.AdapterKey = text(Key::AdapterKey);
+  out.AdapterDetail = text(Key::AdapterDetail);
+  out.CreateIndex = number(Key::CreateIndex, -1);
+  out.CreateTime = number(Key::CreateTime, 0);
+  out.Score = number(Key::Score, 0);
+  out.Reason = number(Key::Reason, 0);
+  out.Version = number(Key::Version, 0);
   return TRUE;
 }
 
 void CGuidProfile::SaveGuidInfo(const std::string& section, const GuidRecord& record,
                                 const char* keyPrefix) const {
-  const std::string prefix = keyPrefix ? keyPrefix : "";
-  auto write = [&](const char* key, const std::string& value) {
-    return KyGuidUtils::WriteIniString(m_path, section.c_str(), (prefix + key).c_str(), value);
-  };
-  if (!write("Guid", record.Guid)) {
-    DWORD error = GetLastError();
-    KyLog::WriteError(KyLog::kError, error, KYLOG_SITE(L"KyGuid::CGuidProfile::SaveGuidInfo"),
-                      "SaveGuidInfo failed: %u, %s", static_cast<unsigned>(error), m_path.c_str());
-    return;
-  }
-  write("DiskKey", record.DiskKey);
-  write("DiskDetail", record.DiskDetail);
-  write("AdapterKey", record.AdapterKey);
-  write("AdapterDetail", record.AdapterDetail);
-  write("CreateIndex", std::to_string(record.CreateIndex));
-  write("CreateTime", std::to_string(record.CreateTime));
-  write("Score", std::to_string(record.Score));
-  write("Reason", std::to_string(record.Reason));
-  write("Version", std::to_string(record.Version));
-}
-
-template <typename Record, typename Detail>
-int CGuidProfile::SaveList(const std::string& section, const char* countKey,
-                           const char* entryPrefix, const std::vector<Record>& records,
-                           Detail detail) const {
-  const std::string count = std::to_string(static_cast<unsigned>(records.size()));
-  if (!KyGuidUtils::WriteIniString(m_path, section.c_str(), countKey, count)) return FALSE;
-  for (size_t i = 0; i < records.size(); ++i) {
-    const std::string key = entryPrefix + std::to_string(static_cast<unsigned>(i));
-    KyGuidUtils::WriteIniString(m_path, section.c_str(), key.c_str(), detail(records[i]));
-  }
-  return TRUE;
+  if (GuidDb::WriteRecord(m_path, section, record, keyPrefix ? keyPrefix : "")) return;
+  DWORD error = GetLastError();
+  KyLog::WriteError(KyLog::kError, error, KYLOG_SITE(L"KyGuid::CGuidProfile::SaveGuidInfo"),
+                    "SaveGuidInfo failed: %u, %s", static_cast<unsigned>(error), m_path.c_str());
 }
 
 int CGuidProfile::SaveDiskList(const std::string& section,
                                const std::vector<DiskInfo>& disks) const {
-  return SaveList(section, "DiskCount", "Disk", disks,
-                  [](const DiskInfo& disk) { return DiskDetail(disk); });
+  std::vector<std::string> details;
+  for (const DiskInfo& disk : disks) details.push_back(DiskDetail(disk));
+  return GuidDb::WriteList(m_path, section, GuidDb::kDiskList, details);
 }
 
 int CGuidProfile::SaveAdapterList(const std::string& section,
                                   const std::vector<AdapterInfo>& adapters) const {
-  return SaveList(section, "AdapterCount", "Adapter", adapters,
-                  [](const AdapterInfo& adapter) { return AdapterDetail(adapter); });
-}
-
-std::string CGuidProfile::BuildSectionName(int createIndex) {
-  return "Build" + std::to_string(createIndex % 5);
+  std::vector<std::string> details;
+  for (const AdapterInfo& adapter : adapters) details.push_back(AdapterDetail(adapter));
+  return GuidDb::WriteList(m_path, section, GuidDb::kAdapterList, details);
 }
 
 std::string CGuidProfile::FindBuildAdapter(const std::string& text) const {
-  int index = KyGuidUtils::ReadIniInt(m_path, kActiveSection, "CreateIndex", -1);
-  for (int walked = 0; walked < 5 && index >= 0; ++walked, --index) {
-    const std::string section = BuildSectionName(index);
-    unsigned count =
-        static_cast<unsigned>(KyGuidUtils::ReadIniInt(m_path, section.c_str(), "AdapterCount", 0));
+  using namespace GuidDb;
+  int index = KyGuidUtils::ReadIniInt(m_path, kActiveSection, Key::CreateIndex, -1);
+  for (int walked = 0; walked < kRingSize && index >= 0; ++walked, --index) {
+    const std::string section = BuildSection(index);
+    unsigned count = static_cast<unsigned>(
+        KyGuidUtils::ReadIniInt(m_path, section.c_str(), kAdapterList.count, 0));
     // The count comes from a file anyone may have written: 4294967295 would
     // keep an update reading the file for hours. Saved lists have no gaps,
     // so the first missing entry ends the list whatever the count says.
     for (unsigned j = 0; j < count && j < kMaxListEntries; ++j) {
-      const std::string key = "Adapter" + std::to_string(j);
+      const std::string key = kAdapterList.entry + std::to_string(j);
       std::string entry =
           KyGuidUtils::ReadIniString(m_path, section.c_str(), key.c_str(), kValueBufferSize);
       if (entry.empty()) break;

@@ -1,6 +1,5 @@
-// Guid.db: the active GUID record and a ring of five "Build%d" history
-// sections, read and written through the Windows profile-string functions.
-// Objects are short-lived; each one makes sure the data folder exists.
+// Loads and saves the records of Guid.db (its layout: guiddbfile.h). Objects
+// are short-lived; each one makes sure the data folder exists.
 #pragma once
 
 #include <string>
@@ -13,8 +12,6 @@ namespace KyGuid {
 
 class CGuidProfile {
  public:
-  static constexpr char kActiveSection[] = "ActiveGuid";
-
   CGuidProfile();
 
   const std::string& Path() const { return m_path; }
@@ -39,14 +36,7 @@ class CGuidProfile {
   // walking back from the active CreateIndex over at most five sections.
   std::string FindBuildAdapter(const std::string& text) const;
 
-  // "Build%d" of `createIndex` % 5, remainder with the dividend's sign.
-  static std::string BuildSectionName(int createIndex);
-
  private:
-  template <typename Record, typename Detail>
-  int SaveList(const std::string& section, const char* countKey, const char* entryPrefix,
-               const std::vector<Record>& records, Detail detail) const;
-
   std::string m_path;
 };
 

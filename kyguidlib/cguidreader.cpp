@@ -5,7 +5,7 @@
 #include "common/kylog.h"
 #include "common/profilefile.h"
 #include "common/strutil.h"
-#include "kyguidlib/cguidprofile.h"
+#include "kyguidlib/guiddbfile.h"
 #include "kyguidlib/guidpaths.h"
 
 namespace KyGuid {
@@ -73,8 +73,8 @@ void CGuidReader::UpdateGuidFromFile() {
 
   const std::string value = m_profilePath.empty() ? std::string()
                                                   : KyGuidUtils::ReadIniString(
-                                                        m_profilePath, CGuidProfile::kActiveSection,
-                                                        "Guid", kGuidValueBuffer);
+                                                        m_profilePath, GuidDb::kActiveSection,
+                                                        GuidDb::Key::Guid, kGuidValueBuffer);
   uint8_t bytes[16];
   if (KyGuidUtils::ParseGuidBytes(value.c_str(), bytes) && value.size() == 32) {
     StoreGuid(bytes, value.c_str());

@@ -11,6 +11,7 @@
 #include "common/profilefile.h"
 #include "common/strutil.h"
 #include "kyguidlib/cguidbuilder.h"
+#include "kyguidlib/guiddbfile.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/platform.h"
 
@@ -21,7 +22,6 @@ constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\cguidreporte
 constexpr char kDescSection[] = "Desc";
 constexpr char kCountKey[] = "Count";
 constexpr char kTimeKey[] = "ReportTime";
-constexpr char kRandSection[] = "RandGuid";
 constexpr char kResultField[] = "update_result";
 // A cached report holds a few hundred bytes; this only guards against a
 // spoiled file.
@@ -50,7 +50,7 @@ std::string ExecutableFileName() {
 std::string RandGuid() {
   const std::string path = GetGuidFilePath();
   const std::string stored =
-      path.empty() ? std::string() : KyGuidUtils::ReadIniString(path, kRandSection, "Guid", 64);
+      path.empty() ? std::string() : KyGuidUtils::ReadIniString(path, GuidDb::kRandSection, GuidDb::Key::Guid, 64);
   if (KyGuidUtils::IsGuidText(stored)) return stored;
 
   GUID guid{};
@@ -58,7 +58,7 @@ std::string RandGuid() {
   std::string text = KyGuidUtils::BytesToHex(reinterpret_cast<const uint8_t*>(&guid), sizeof(guid));
   if (made && !path.empty()) {
     EnsureProfileFolder();
-    KyGuidUtils::WriteIniString(path, kRandSection, "Guid", text);
+    KyGuidUtils::WriteIniString(path, GuidDb::kRandSection, GuidDb::Key::Guid, text);
   }
   return text;
 }

@@ -6,7 +6,7 @@
 namespace KyGuid {
 namespace {
 
-constexpr char kSection[] = "Profile";
+using namespace GlobalMgrDb;
 
 std::string Read(const std::string& path, const char* key, uint32_t valueBuffer) {
   return KyGuidUtils::ReadIniString(path, kSection, key, valueBuffer);
@@ -16,26 +16,29 @@ std::string Read(const std::string& path, const char* key, uint32_t valueBuffer)
 
 GlobalMgrValues ReadGlobalMgr(const std::string& path, uint32_t valueBuffer) {
   GlobalMgrValues values;
-  values.id = Read(path, "config1", valueBuffer);
-  values.macDigest = Read(path, "config2", valueBuffer);
-  values.driveDigest = Read(path, "config3", valueBuffer);
-  values.cpuDigest = Read(path, "config4", valueBuffer);
-  values.version = KyGuidUtils::ReadIniInt(path, kSection, "config5", 0);
+  values.id = Read(path, Key::Id, valueBuffer);
+  values.macDigest = Read(path, Key::MacDigest, valueBuffer);
+  values.driveDigest = Read(path, Key::DriveDigest, valueBuffer);
+  values.cpuDigest = Read(path, Key::CpuDigest, valueBuffer);
+  values.version = KyGuidUtils::ReadIniInt(path, kSection, Key::Version, 0);
   return values;
 }
 
 std::string ReadGlobalMgrId(const std::string& path, uint32_t valueBuffer) {
-  return Read(path, "config1", valueBuffer);
+  return Read(path, Key::Id, valueBuffer);
 }
 
 void WriteGlobalMgrId(const std::string& path, const std::string& id) {
-  KyGuidUtils::WriteIniString(path, kSection, "config1", id);
+  KyGuidUtils::WriteIniString(path, kSection, Key::Id, id);
 }
 
 std::string GlobalMgrText(const GlobalMgrValues& values) {
-  return std::string("[Profile]\r\n") + "config1=" + values.id + "\r\n" +
-         "config2=" + values.macDigest + "\r\n" + "config3=" + values.driveDigest + "\r\n" +
-         "config4=" + values.cpuDigest + "\r\n" + "config5=1\r\n";
+  auto line = [](const char* key, const std::string& value) {
+    return std::string(key) + "=" + value + "\r\n";
+  };
+  return std::string("[") + kSection + "]\r\n" + line(Key::Id, values.id) +
+         line(Key::MacDigest, values.macDigest) + line(Key::DriveDigest, values.driveDigest) +
+         line(Key::CpuDigest, values.cpuDigest) + line(Key::Version, "1");
 }
 
 bool WriteGlobalMgrFile(const std::wstring& path, const GlobalMgrValues& values) {

@@ -15,6 +15,17 @@
 
 namespace KyGuid {
 
+namespace GlobalMgrDb {
+constexpr char kSection[] = "Profile";
+namespace Key {
+constexpr char Id[] = "config1";
+constexpr char MacDigest[] = "config2";
+constexpr char DriveDigest[] = "config3";
+constexpr char CpuDigest[] = "config4";
+constexpr char Version[] = "config5";
+}  // namespace Key
+}  // namespace GlobalMgrDb
+
 struct GlobalMgrValues {
   std::string id;           // config1
   std::string macDigest;    // config2

@@ -6,7 +6,7 @@
 namespace KyGuid {
 namespace {
 
-constexpr char kSection[] = "HDD";
+using namespace HddDb;
 constexpr uint32_t kValueBuffer = 260;
 
 }  // namespace
@@ -18,17 +18,17 @@ std::string GetHddDbPath() {
 
 HddDbIdentity ReadHddDb(const std::string& path) {
   HddDbIdentity identity;
-  identity.serialNumber = KyGuidUtils::ReadIniString(path, kSection, "SerialNumber", kValueBuffer);
-  identity.modelNumber = KyGuidUtils::ReadIniString(path, kSection, "ModelNumber", kValueBuffer);
+  identity.serialNumber = KyGuidUtils::ReadIniString(path, kSection, Key::SerialNumber, kValueBuffer);
+  identity.modelNumber = KyGuidUtils::ReadIniString(path, kSection, Key::ModelNumber, kValueBuffer);
   identity.revisionNumber =
-      KyGuidUtils::ReadIniString(path, kSection, "RevisionNumber", kValueBuffer);
+      KyGuidUtils::ReadIniString(path, kSection, Key::RevisionNumber, kValueBuffer);
   return identity;
 }
 
 void WriteHddDb(const std::string& path, const HddDbIdentity& identity) {
-  KyGuidUtils::WriteIniString(path, kSection, "SerialNumber", identity.serialNumber);
-  KyGuidUtils::WriteIniString(path, kSection, "ModelNumber", identity.modelNumber);
-  KyGuidUtils::WriteIniString(path, kSection, "RevisionNumber", identity.revisionNumber);
+  KyGuidUtils::WriteIniString(path, kSection, Key::SerialNumber, identity.serialNumber);
+  KyGuidUtils::WriteIniString(path, kSection, Key::ModelNumber, identity.modelNumber);
+  KyGuidUtils::WriteIniString(path, kSection, Key::RevisionNumber, identity.revisionNumber);
 }
 
 }  // namespace KyGuid

@@ -9,6 +9,15 @@
 
 namespace KyGuid {
 
+namespace HddDb {
+constexpr char kSection[] = "HDD";
+namespace Key {
+constexpr char SerialNumber[] = "SerialNumber";
+constexpr char ModelNumber[] = "ModelNumber";
+constexpr char RevisionNumber[] = "RevisionNumber";
+}  // namespace Key
+}  // namespace HddDb
+
 struct HddDbIdentity {
   std::string serialNumber;
   std::string modelNumber;

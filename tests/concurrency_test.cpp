@@ -2,6 +2,10 @@
 // DLL while updaters switch between two simulated machines, and an updater
 // killed at random moments. The run lengths come from the environment
 // (tools/stress.sh sets them long); the defaults keep the test pass short.
+#include <windows.h>
+#include <iphlpapi.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <random>
@@ -9,7 +13,9 @@
 #include <sstream>
 #include <vector>
 
+#include "common/md5.h"
 #include "common/strutil.h"
+#include "common/win32raii.h"
 #include "tests/dlltestsupport.h"
 #include "tests/testsupport.h"
 
@@ -162,56 +168,124 @@ TEST_F(DllTest, ReadersSeeOnlyWrittenGuidsWhileProcessesUpdateOneAtATime) {
          seconds, readers, updaters, reads, invalid, finished.size());
 }
 
-TEST_F(DllTest, UpdaterKilledAtRandomMomentsNeverCostsTheGuid) {
-  const int kills = FromEnvironment("KYGUID_KILLS", 4);
-  const std::map<char, std::string> expected = ExpectedGuids();
-  ASSERT_EQ(2u, expected.size());
-  // The victim switches identities, so that nearly every update writes; the
-  // machine that follows each kill is identity "a".
-  const std::string guid = expected.at('a');
-  const std::string journal = TempPath("kill-journal.txt");
-  std::mt19937 random(FromEnvironment("KYGUID_KILL_SEED", 20261122));
-  // Process start-up under Wine takes a few hundred milliseconds, so the
-  // kills land anywhere from before the first update to deep in the loop.
-  std::uniform_int_distribution<int> delay(200, 1500);
-  int lost = 0;
-  int survived = 0;
-  int insideLoop = 0;
-  {
-    Child first("update 1 " + journal + " a");
-    ASSERT_EQ(0u, first.Wait(120000));
+// The machine's first adapter with an address, as its MAC text.
+std::string FirstMacText() {
+  std::vector<char> buffer(64 * 1024);
+  ULONG size = static_cast<ULONG>(buffer.size());
+  auto* adapter = reinterpret_cast<IP_ADAPTER_INFO*>(buffer.data());
+  if (GetAdaptersInfo(adapter, &size) != ERROR_SUCCESS) return std::string();
+  for (; adapter; adapter = adapter->Next) {
+    if (adapter->AddressLength == 0) continue;
+    return KyGuidUtils::BytesToHex(adapter->Address, adapter->AddressLength);
   }
-  for (int kill = 0; kill < kills; ++kill) {
-    SCOPED_TRACE("kill " + std::to_string(kill));
-    Child victim("update 600000 " + journal + " ab");
-    ASSERT_TRUE(victim.Started());
-    Sleep(delay(random));
-    victim.Kill();
-    // Whether the kill came after the victim's first update had begun.
-    const std::string mark = "in " + std::to_string(victim.Id()) + " ";
-    if (KyGuidTest::ReadWholeFile(journal).find(mark) != std::string::npos) ++insideLoop;
-
-    KyGuidTest::ProcessResult read = RunProcess("kyguid.exe read");
-    const std::string text = read.output.substr(0, read.output.find_first_of("\r\n"));
-    if (read.exitCode == 0) {
-      EXPECT_TRUE(text == expected.at('a') || text == expected.at('b')) << text;
-    } else {
-      EXPECT_EQ(1u, read.exitCode) << read.output;
-    }
-
-    Child restore("update 1 " + journal + " a");
-    ASSERT_EQ(0u, restore.Wait(120000));
-    const std::string after = IniRead(GuidDbPath(), "ActiveGuid", "Guid");
-    if (after == guid) {
-      ++survived;
-    } else {
-      ++lost;
-      ADD_FAILURE() << "after kill " << kill << " the update wrote " << after;
-    }
-  }
-  DeleteFileA(journal.c_str());
-  printf("kills: %d survived (%d inside the update loop), %d GUIDs lost\n", survived, insideLoop,
-         lost);
+  return std::string();
 }
+
+// Whether a whole record carrying `identity` is on disk, or no file at all:
+// the record in force ends with its Version, the legacy cache with config5.
+bool WholeOrAbsent(const std::string& path, const char* section, const char* key,
+                   const char* last, const std::string& identity) {
+  if (GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES) return true;
+  return IniRead(path, section, key) == identity && !IniRead(path, section, last).empty();
+}
+
+struct KillScenario {
+  const char* name;
+  bool adopted;  // the GUID in force came from the earlier scheme's cache
+};
+
+class KillTest : public DllTest, public ::testing::WithParamInterface<KillScenario> {};
+
+// An update through the DLL in a process of its own, killed at a random
+// moment of its run; a third of them after Guid.db was deleted.
+TEST_P(KillTest, UpdateKilledInsideItsRunNeverLosesTheIdentity) {
+  const int kills = FromEnvironment("KYGUID_KILLS", 6);
+  std::mt19937 random(FromEnvironment("KYGUID_KILL_SEED", 20261124));
+  const std::string legacy = KyGuidTest::MachineProfileDir() + "\\GlobalMgr.db";
+  if (GetParam().adopted) {
+    KyGuidTest::MakeDirs(KyGuidTest::MachineProfileDir());
+    KyGuidTest::IniWrite(legacy, "Profile", "config1", "0123456789abcdef0123456789abcdef");
+    KyGuidTest::IniWrite(legacy, "Profile", "config2", KyGuidUtils::Md5Hex(FirstMacText()).c_str());
+  }
+  ASSERT_EQ(1u, Updater()->UpdateNow());
+  const std::string identity = IniRead(GuidDbPath(), "ActiveGuid", "Guid");
+  if (GetParam().adopted) {
+    ASSERT_EQ("0123456789abcdef0123456789abcdef", identity);
+  }
+
+  const std::string name = "kyguid-kill-" + std::to_string(GetCurrentProcessId());
+  KyGuidUtils::UniqueHandle ready(CreateEventA(nullptr, FALSE, FALSE, (name + "-ready").c_str()));
+  KyGuidUtils::UniqueHandle go(CreateEventA(nullptr, TRUE, FALSE, (name + "-go").c_str()));
+  KyGuidUtils::UniqueHandle done(CreateEventA(nullptr, TRUE, FALSE, (name + "-done").c_str()));
+  LARGE_INTEGER frequency, started, now;
+  QueryPerformanceFrequency(&frequency);
+  // Runs one victim and kills it `delay` ticks after its update began
+  // (never, for a negative delay); whether it was still updating then.
+  auto victim = [&](int64_t delay, int64_t* took) {
+    ResetEvent(go.get());
+    ResetEvent(done.get());
+    Child child("dllupdate " + name);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(ready.get(), 60000));
+    QueryPerformanceCounter(&started);
+    SetEvent(go.get());
+    if (delay < 0) {
+      EXPECT_EQ(0u, child.Wait(60000));
+    } else {
+      do QueryPerformanceCounter(&now);
+      while (now.QuadPart - started.QuadPart < delay);
+      child.Kill();
+    }
+    if (took) QueryPerformanceCounter(&now), *took = now.QuadPart - started.QuadPart;
+    return WaitForSingleObject(done.get(), 0) != WAIT_OBJECT_0;
+  };
+  // The length of an update's run, from uncut ones, with Guid.db [1] and
+  // without it [0].
+  std::uniform_int_distribution<int64_t> moment[2];
+  for (int kept = 0; kept < 2; ++kept) {
+    std::vector<int64_t> runs(3);
+    for (int64_t& run : runs) {
+      if (!kept) DeleteFileA(GuidDbPath().c_str());
+      victim(-1, &run);
+    }
+    std::sort(runs.begin(), runs.end());
+    moment[kept] = std::uniform_int_distribution<int64_t>(0, runs[1]);
+  }
+
+  int landed = 0, afterDeletion = 0, tooLate = 0, invalid = 0, lost = 0, recoveries = 0;
+  while (landed < kills) {
+    const bool deleted = landed % 3 == 0;
+    if (deleted) DeleteFileA(GuidDbPath().c_str());
+    if (!victim(moment[deleted ? 0 : 1](random), nullptr)) {
+      ++tooLate;  // the update had ended: not a kill inside its run
+      continue;
+    }
+    ++landed;
+    afterDeletion += deleted ? 1 : 0;
+    if (!WholeOrAbsent(GuidDbPath(), "ActiveGuid", "Guid", "Version", identity) ||
+        !WholeOrAbsent(legacy, "Profile", "config1", "config5", identity)) {
+      ++invalid;
+      ADD_FAILURE() << "kill " << landed << " left:\n" << KyGuidTest::ReadWholeFile(GuidDbPath())
+                    << KyGuidTest::ReadWholeFile(legacy);
+    }
+    if (landed % 10 != 0 && landed != kills) continue;
+    ++recoveries;
+    Updater()->UpdateNow();
+    if (IniRead(GuidDbPath(), "ActiveGuid", "Guid") != identity) {
+      ++lost;
+      ADD_FAILURE() << "after kill " << landed << " the update put "
+                    << IniRead(GuidDbPath(), "ActiveGuid", "Guid") << " in force";
+    }
+  }
+  printf("kills (%s): %d inside the update's run (%d after Guid.db was deleted), %d too late "
+         "and not counted, %d recovery updates, %d identities lost, %d invalid values\n",
+         GetParam().name, landed, afterDeletion, tooLate, recoveries, lost, invalid);
+}
+
+INSTANTIATE_TEST_SUITE_P(Identity, KillTest,
+                         ::testing::Values(KillScenario{"HardwareGuid", false},
+                                           KillScenario{"AdoptedGuid", true}),
+                         [](const ::testing::TestParamInfo<KillScenario>& info) {
+                           return std::string(info.param.name);
+                         });
 
 }  // namespace

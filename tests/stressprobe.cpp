@@ -5,6 +5,9 @@
 //                                     updates in a loop on simulated machines
 //                                     taking the identities ("a", "b") in turn
 //   stressprobe expect                prints the GUID of each identity
+//   stressprobe dllupdate <name>      one UpdateNow through KyGuid64.dll: sets
+//                                     event <name>-ready, waits for <name>-go,
+//                                     updates, sets <name>-done
 // Updates use the machine's real profile folder, as the DLL does, so every
 // process shares one Guid.db and one update right.
 #include <windows.h>
@@ -135,6 +138,28 @@ int Read(DWORD durationMs, const char* outPath) {
   return 0;
 }
 
+KyGuid::IGuidUpdater* DllUpdater() {
+  HMODULE library = LoadLibraryA((ExecutableDir() + "\\KyGuid64.dll").c_str());
+  auto getUpdater = reinterpret_cast<GetGuidUpdaterFn>(
+      reinterpret_cast<void*>(GetProcAddress(library, "GetGuidUpdater")));
+  return getUpdater ? getUpdater() : nullptr;
+}
+
+// The kill test ends this process at a moment inside the update; `done`
+// tells it when it came too late.
+int DllUpdate(const std::string& name) {
+  KyGuid::IGuidUpdater* updater = DllUpdater();
+  HANDLE ready = OpenEventA(EVENT_MODIFY_STATE, FALSE, (name + "-ready").c_str());
+  HANDLE go = OpenEventA(SYNCHRONIZE, FALSE, (name + "-go").c_str());
+  HANDLE done = OpenEventA(EVENT_MODIFY_STATE, FALSE, (name + "-done").c_str());
+  if (!updater || !ready || !go || !done) return 2;
+  SetEvent(ready);
+  WaitForSingleObject(go, INFINITE);
+  updater->UpdateNow();
+  SetEvent(done);
+  return 0;
+}
+
 int Update(DWORD durationMs, const std::string& journal, const std::string& identities) {
   if (identities.empty()) return 2;
   // Never freed: the library's exit handling may still use them.
@@ -173,6 +198,9 @@ int main(int argc, char** argv) {
   if (mode == "read" && argc == 4) return Read(strtoul(argv[2], nullptr, 10), argv[3]);
   if (mode == "update" && argc == 5) return Update(strtoul(argv[2], nullptr, 10), argv[3], argv[4]);
   if (mode == "expect") return Expect();
-  fprintf(stderr, "usage: stressprobe read <ms> <out> | update <ms> <journal> <ab> | expect\n");
+  if (mode == "dllupdate" && argc == 3) return DllUpdate(argv[2]);
+  fprintf(stderr,
+          "usage: stressprobe read <ms> <out> | update <ms> <journal> <ab> | expect | "
+          "dllupdate <name>\n");
   return 2;
 }

@@ -74,22 +74,22 @@ void CGuidInfo::RecordGuidList() {
 
 void CGuidInfo::SaveGuidList() {
   KyStuck::StackScope scope("CGuidInfo::SaveGuidList");
-  SaveSet(m_guidList, "GuidList", "Guid_");
+  SaveSet(m_guidList, GuidInfoDb::kGuids);
 }
 
 void CGuidInfo::SaveMacList() {
   KyStuck::StackScope scope("CGuidInfo::SaveMacList");
-  SaveSet(m_macList, "MacList", "Mac_");
+  SaveSet(m_macList, GuidInfoDb::kMacs);
 }
 
 void CGuidInfo::SaveHDList() {
   KyStuck::StackScope scope("CGuidInfo::SaveHDList");
-  SaveSet(m_hdList, "HdList", "Hd_");
+  SaveSet(m_hdList, GuidInfoDb::kDrives);
 }
 
 void CGuidInfo::SaveCpu() {
   KyStuck::StackScope scope("CGuidInfo::SaveCpu");
-  SaveSet(m_cpuList, "CpuList", "Cpu_");
+  SaveSet(m_cpuList, GuidInfoDb::kCpus);
 }
 
 void CGuidInfo::SaveToFileHWList() {
@@ -111,13 +111,13 @@ bool CGuidInfo::IsFoundHd(const std::string& digest) const {
   return m_hdList.count(digest) != 0;
 }
 
-void CGuidInfo::SaveSet(const std::set<std::string>& set, const char* section,
-                        const char* keyPrefix) {
-  KyGuidUtils::WriteIniString(m_path, section, "Count", std::to_string(set.size()));
+void CGuidInfo::SaveSet(const std::set<std::string>& set, const GuidInfoDb::DigestSet& names) {
+  KyGuidUtils::WriteIniString(m_path, names.section, GuidInfoDb::kCountKey,
+                              std::to_string(set.size()));
   int index = 0;
   for (const std::string& element : set) {
-    const std::string key = keyPrefix + std::to_string(index++);
-    KyGuidUtils::WriteIniString(m_path, section, key.c_str(), element);
+    const std::string key = names.keyPrefix + std::to_string(index++);
+    KyGuidUtils::WriteIniString(m_path, names.section, key.c_str(), element);
   }
 }
 

@@ -1,10 +1,11 @@
 // GuidInfo.db: the hardware digests the earlier identifier scheme has seen on
 // this machine, so that a later run can tell a changed adapter or drive from
-// a different machine. The file is rewritten from memory and never read back.
+// a different machine. The file is rewritten from memory; the library never
+// reads it back.
 //
-// Sections "GuidList", "MacList", "HdList", "CpuList", each with "Count" and
-// keys "Guid_%d", "Mac_%d", "Hd_%d", "Cpu_%d" numbered from 0 in sorted order.
-// Every element is a 32-digit lower-case MD5.
+// Sections "GuidList", "MacList", "HdList", "CpuList" (GuidInfoDb below),
+// each with "Count" and keys "Guid_0", "Mac_0", ... numbered from 0 in sorted
+// order. Every element is a 32-digit lower-case MD5.
 #pragma once
 
 #include <set>
@@ -15,6 +16,18 @@
 #include "kyguidlib/td/macfetcher.h"
 
 namespace KyMacID {
+
+namespace GuidInfoDb {
+struct DigestSet {
+  const char* section;
+  const char* keyPrefix;  // followed by the element's number
+};
+constexpr DigestSet kGuids{"GuidList", "Guid_"};
+constexpr DigestSet kMacs{"MacList", "Mac_"};
+constexpr DigestSet kDrives{"HdList", "Hd_"};
+constexpr DigestSet kCpus{"CpuList", "Cpu_"};
+constexpr char kCountKey[] = "Count";
+}  // namespace GuidInfoDb
 
 class CGuidInfo {
  public:
@@ -49,7 +62,7 @@ class CGuidInfo {
   const std::string& FilePath() const { return m_path; }
 
  private:
-  void SaveSet(const std::set<std::string>& set, const char* section, const char* keyPrefix);
+  void SaveSet(const std::set<std::string>& set, const GuidInfoDb::DigestSet& names);
 
   std::wstring m_pathW;
   std::string m_path;

@@ -10,21 +10,27 @@
 namespace KyMacID {
 namespace {
 
+using namespace GuidListDb;
+
 constexpr unsigned kValueBufferSize = 33;  // a 32-digit digest and its NUL
-constexpr char kCurGuid[] = "CurGuid";
-constexpr char kListCount[] = "ListCount";
 
 void WriteRecord(const std::string& file, const char* section, const GuidListRecord& record,
                  const std::string& time) {
-  KyGuidUtils::WriteIniString(file, section, "Guid", record.Guid);
-  KyGuidUtils::WriteIniString(file, section, "Mac", record.Mac);
-  KyGuidUtils::WriteIniString(file, section, "Hd", record.Hd);
-  KyGuidUtils::WriteIniString(file, section, "Cpu", record.Cpu);
-  KyGuidUtils::WriteIniString(file, section, "ChangeType", std::to_string(record.ChangeType));
-  KyGuidUtils::WriteIniString(file, section, "Time", time);
+  KyGuidUtils::WriteIniString(file, section, Key::Guid, record.Guid);
+  KyGuidUtils::WriteIniString(file, section, Key::Mac, record.Mac);
+  KyGuidUtils::WriteIniString(file, section, Key::Hd, record.Hd);
+  KyGuidUtils::WriteIniString(file, section, Key::Cpu, record.Cpu);
+  KyGuidUtils::WriteIniString(file, section, Key::ChangeType, std::to_string(record.ChangeType));
+  KyGuidUtils::WriteIniString(file, section, Key::Time, time);
+}
+
+std::string Read(const std::string& file, const char* key) {
+  return KyGuidUtils::ReadIniString(file, kCurrentSection, key, kValueBufferSize);
 }
 
 }  // namespace
+
+std::string GuidListDb::HistorySection(int n) { return "GuidList_" + std::to_string(n); }
 
 int CGuidList::SetPath(const wchar_t* globalMgrPath) {
   KyStuck::StackScope scope("CGuidList::SetPath");
@@ -37,7 +43,7 @@ int CGuidList::SetPath(const wchar_t* globalMgrPath) {
 
 bool CGuidList::IsFileOk() const {
   KyStuck::StackScope scope("CGuidList::IsFileOk");
-  return !KyGuidUtils::ReadIniString(m_path, kCurGuid, "Guid", kValueBufferSize).empty();
+  return !Read(m_path, Key::Guid).empty();
 }
 
 void CGuidList::CreateGuidListFile() {
@@ -64,8 +70,8 @@ void CGuidList::SetOldGuid(const std::string& guid, const std::string& mac, cons
   m_old.Mac = mac;
   m_old.Hd = hd;
   m_old.Cpu = cpu;
-  m_old.ChangeType = KyGuidUtils::ReadIniInt(m_path, kCurGuid, "ChangeType", 0);
-  m_old.Time = KyGuidUtils::ReadIniString(m_path, kCurGuid, "Time", kValueBufferSize);
+  m_old.ChangeType = KyGuidUtils::ReadIniInt(m_path, kCurrentSection, Key::ChangeType, 0);
+  m_old.Time = Read(m_path, Key::Time);
   if (m_old.Time.empty()) m_old.Time = HistoryFile::NowText();
 }
 
@@ -84,11 +90,11 @@ void CGuidList::SaveToGuidListFile() {
   // A machine without a readable drive still has a record; one without an
   // adapter or processor identity has nothing worth keeping.
   if (m_cur.Guid.empty() || m_cur.Mac.empty() || m_cur.Cpu.empty()) return;
-  WriteRecord(m_path, kCurGuid, m_cur, HistoryFile::NowText());
+  WriteRecord(m_path, kCurrentSection, m_cur, HistoryFile::NowText());
   if (!m_old.Guid.empty()) {
-    const int count = KyGuidUtils::ReadIniInt(m_path, kListCount, "Count", 0);
-    KyGuidUtils::WriteIniString(m_path, kListCount, "Count", std::to_string(count + 1));
-    const std::string section = "GuidList_" + std::to_string(count);
+    const int count = KyGuidUtils::ReadIniInt(m_path, kCountSection, kCountKey, 0);
+    KyGuidUtils::WriteIniString(m_path, kCountSection, kCountKey, std::to_string(count + 1));
+    const std::string section = HistorySection(count);
     WriteRecord(m_path, section.c_str(), m_old, m_old.Time);
   }
   SetGuidChangeFlage();
@@ -96,18 +102,18 @@ void CGuidList::SaveToGuidListFile() {
 
 void CGuidList::SetGuidChangeFlage() {
   KyStuck::StackScope scope("CGuidList::SetGuidChangeFlage");
-  KyGuidUtils::WriteIniString(m_path, kListCount, "ChangeFlag", "1");
+  KyGuidUtils::WriteIniString(m_path, kCountSection, kChangeFlagKey, "1");
 }
 
 GuidListRecord CGuidList::ReadFileCurGuid() const {
   KyStuck::StackScope scope("CGuidList::ReadFileCurGuid");
   GuidListRecord record;
-  record.Guid = KyGuidUtils::ReadIniString(m_path, kCurGuid, "Guid", kValueBufferSize);
-  record.Mac = KyGuidUtils::ReadIniString(m_path, kCurGuid, "Mac", kValueBufferSize);
-  record.Hd = KyGuidUtils::ReadIniString(m_path, kCurGuid, "Hd", kValueBufferSize);
-  record.Cpu = KyGuidUtils::ReadIniString(m_path, kCurGuid, "Cpu", kValueBufferSize);
-  record.ChangeType = KyGuidUtils::ReadIniInt(m_path, kCurGuid, "ChangeType", 0);
-  record.Time = KyGuidUtils::ReadIniString(m_path, kCurGuid, "Time", kValueBufferSize);
+  record.Guid = Read(m_path, Key::Guid);
+  record.Mac = Read(m_path, Key::Mac);
+  record.Hd = Read(m_path, Key::Hd);
+  record.Cpu = Read(m_path, Key::Cpu);
+  record.ChangeType = KyGuidUtils::ReadIniInt(m_path, kCurrentSection, Key::ChangeType, 0);
+  record.Time = Read(m_path, Key::Time);
   return record;
 }
 

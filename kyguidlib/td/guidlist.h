@@ -11,6 +11,23 @@
 
 namespace KyMacID {
 
+namespace GuidListDb {
+constexpr char kCurrentSection[] = "CurGuid";
+constexpr char kCountSection[] = "ListCount";
+constexpr char kCountKey[] = "Count";
+constexpr char kChangeFlagKey[] = "ChangeFlag";
+namespace Key {
+constexpr char Guid[] = "Guid";
+constexpr char Mac[] = "Mac";
+constexpr char Hd[] = "Hd";
+constexpr char Cpu[] = "Cpu";
+constexpr char ChangeType[] = "ChangeType";
+constexpr char Time[] = "Time";
+}  // namespace Key
+// "GuidList_<n>": the n-th record replaced, numbered from 0.
+std::string HistorySection(int n);
+}  // namespace GuidListDb
+
 struct GuidListRecord {
   std::string Guid;
   std::string Mac;

@@ -119,6 +119,11 @@ void ReadSmart(const SmartReader& reader, Findings& found) {
 // generator with one state for the process.
 class ProcessRandom {
  public:
+  static void Restart() {
+    AcquireSRWLockExclusive(&s_lock);
+    s_seeded = false;
+    ReleaseSRWLockExclusive(&s_lock);
+  }
   static int Next() {
     AcquireSRWLockExclusive(&s_lock);
     if (!s_seeded) {
@@ -320,6 +325,8 @@ void CHddFetcher::RandString(std::string& text) {
     text.push_back(static_cast<char>(base + ProcessRandom::Next() % 26));
   }
 }
+
+void CHddFetcher::RestartRandom() { ProcessRandom::Restart(); }
 
 bool CHddFetcher::ReadDrivePortsDirectly(std::string&, std::string&, std::string&,
                                          std::vector<DriveRecord>&) {

@@ -46,6 +46,9 @@ class CHddFetcher {
   // "Rand_" and 8 to 32 letters. One generator serves the whole process,
   // seeded on first use from the clock.
   static void RandString(std::string& text);
+  // Tests only: the generator is seeded from the clock again, so that one
+  // test can repeat an update that makes up a drive identity.
+  static void RestartRandom();
 
  private:
   // Direct port access for platforms outside the NT family, which this

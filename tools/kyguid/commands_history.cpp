@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "common/strutil.h"
+#include "kyguidlib/guiddbfile.h"
 #include "kyguidlib/guidpaths.h"
 #include "tools/kyguid/cli.h"
 #include "tools/kyguid/describe.h"
@@ -15,13 +16,10 @@ namespace KyGuidCli {
 namespace {
 
 using KyGuid::GuidRecord;
+namespace GuidDb = KyGuid::GuidDb;
 
-// The ring's sections are Build0-Build4; an adopted ancient GUID, whose
-// build number is -1, is kept in Build-1.
-constexpr int kFirstSection = -1;
-constexpr int kLastSection = 4;
 // A damaged count must not have the tool read for ever.
-constexpr int kMaxListEntries = 1000;
+constexpr unsigned kMaxListEntries = 1000;
 
 struct Build {
   std::string section;
@@ -31,40 +29,16 @@ struct Build {
   std::vector<std::string> adapters;
 };
 
-GuidRecord ReadRecord(const IniFile& file, const std::string& section, const std::string& prefix) {
-  GuidRecord record;
-  record.Guid = file.String(section, prefix + "Guid");
-  record.DiskKey = file.String(section, prefix + "DiskKey");
-  record.DiskDetail = file.String(section, prefix + "DiskDetail");
-  record.AdapterKey = file.String(section, prefix + "AdapterKey");
-  record.AdapterDetail = file.String(section, prefix + "AdapterDetail");
-  record.CreateIndex = file.Int(section, prefix + "CreateIndex", -1);
-  record.CreateTime = file.Int(section, prefix + "CreateTime", 0);
-  record.Score = file.Int(section, prefix + "Score", 0);
-  record.Reason = file.Int(section, prefix + "Reason", 0);
-  record.Version = file.Int(section, prefix + "Version", 0);
-  return record;
-}
-
-// Entries beyond the count are left from a longer earlier list.
-std::vector<std::string> ReadList(const IniFile& file, const std::string& section,
-                                  const std::string& name) {
-  std::vector<std::string> entries;
-  const int count = std::min(file.Int(section, name + "Count", 0), kMaxListEntries);
-  for (int i = 0; i < count; ++i) entries.push_back(file.String(section, name + std::to_string(i)));
-  return entries;
-}
-
-std::vector<Build> ReadBuilds(const IniFile& file) {
+std::vector<Build> ReadBuilds(const std::string& path) {
   std::vector<Build> builds;
-  for (int n = kFirstSection; n <= kLastSection; ++n) {
+  for (int n = GuidDb::kFirstBuildSection; n <= GuidDb::kLastBuildSection; ++n) {
     Build build;
-    build.section = "Build" + std::to_string(n);
-    build.record = ReadRecord(file, build.section, "");
+    build.section = GuidDb::BuildSection(n);
+    build.record = GuidDb::ReadStoredRecord(path, build.section, "");
     if (build.record.Guid.empty()) continue;
-    build.replaced = ReadRecord(file, build.section, "Old");
-    build.disks = ReadList(file, build.section, "Disk");
-    build.adapters = ReadList(file, build.section, "Adapter");
+    build.replaced = GuidDb::ReadStoredRecord(path, build.section, GuidDb::kReplacedPrefix);
+    build.disks = GuidDb::ReadList(path, build.section, GuidDb::kDiskList, kMaxListEntries);
+    build.adapters = GuidDb::ReadList(path, build.section, GuidDb::kAdapterList, kMaxListEntries);
     builds.push_back(build);
   }
   std::stable_sort(builds.begin(), builds.end(), [](const Build& a, const Build& b) {
@@ -141,8 +115,8 @@ int HistoryCommand(const Options& options) {
                KyGuid::GetProfileDirA().c_str());
     return kExitNoGuid;
   }
-  const GuidRecord active = ReadRecord(file, "ActiveGuid", "");
-  const std::vector<Build> builds = ReadBuilds(file);
+  const GuidRecord active = GuidDb::ReadStoredRecord(file.Path(), GuidDb::kActiveSection, "");
+  const std::vector<Build> builds = ReadBuilds(file.Path());
   if (options.json) {
     PrintJson(file.Path(), active, builds);
   } else {

@@ -4,13 +4,24 @@
 #include <cstdio>
 #include <vector>
 
+#include "kyguidlib/globalmgrfile.h"
 #include "kyguidlib/guidpaths.h"
+#include "kyguidlib/hdddbfile.h"
+#include "kyguidlib/td/guidinfo.h"
+#include "kyguidlib/td/guidlist.h"
 #include "tools/kyguid/cli.h"
 #include "tools/kyguid/describe.h"
 #include "tools/kyguid/inifile.h"
 
 namespace KyGuidCli {
 namespace {
+
+namespace GlobalMgrKey = KyGuid::GlobalMgrDb::Key;
+namespace GuidListKey = KyMacID::GuidListDb::Key;
+namespace HddKey = KyGuid::HddDb::Key;
+using KyGuid::GlobalMgrDb::kSection;
+using KyMacID::GuidListDb::kCurrentSection;
+using KyMacID::GuidInfoDb::DigestSet;
 
 constexpr int kMaxListEntries = 1000;  // a damaged count must not run for ever
 
@@ -23,36 +34,35 @@ struct Value {
 
 // The sequence-id cache and its backup share one layout.
 const Value kGlobalMgrValues[] = {
-    {"ancient guid", "ancientGuid", "Profile", "config1"},
-    {"mac hash", "macHash", "Profile", "config2"},
-    {"disk hash", "diskHash", "Profile", "config3"},
-    {"cpu hash", "cpuHash", "Profile", "config4"},
-    {"with cpu", "withCpu", "Profile", "config5"},
+    {"ancient guid", "ancientGuid", kSection, GlobalMgrKey::Id},
+    {"mac hash", "macHash", kSection, GlobalMgrKey::MacDigest},
+    {"disk hash", "diskHash", kSection, GlobalMgrKey::DriveDigest},
+    {"cpu hash", "cpuHash", kSection, GlobalMgrKey::CpuDigest},
+    {"with cpu", "withCpu", kSection, GlobalMgrKey::Version},
 };
 const Value kGuidListCurrent[] = {
-    {"current guid", "guid", "CurGuid", "Guid"},
-    {"mac hash", "macHash", "CurGuid", "Mac"},
-    {"disk hash", "diskHash", "CurGuid", "Hd"},
-    {"cpu hash", "cpuHash", "CurGuid", "Cpu"},
-    {"change type", "changeType", "CurGuid", "ChangeType"},
+    {"current guid", "guid", kCurrentSection, GuidListKey::Guid},
+    {"mac hash", "macHash", kCurrentSection, GuidListKey::Mac},
+    {"disk hash", "diskHash", kCurrentSection, GuidListKey::Hd},
+    {"cpu hash", "cpuHash", kCurrentSection, GuidListKey::Cpu},
+    {"change type", "changeType", kCurrentSection, GuidListKey::ChangeType},
 };
 const Value kHddValues[] = {
-    {"serial", "serialNumber", "HDD", "SerialNumber"},
-    {"model", "modelNumber", "HDD", "ModelNumber"},
-    {"revision", "revisionNumber", "HDD", "RevisionNumber"},
+    {"serial", "serialNumber", KyGuid::HddDb::kSection, HddKey::SerialNumber},
+    {"model", "modelNumber", KyGuid::HddDb::kSection, HddKey::ModelNumber},
+    {"revision", "revisionNumber", KyGuid::HddDb::kSection, HddKey::RevisionNumber},
 };
 // GuidInfo.db: one section of digests per kind of hardware.
-struct DigestSet {
+struct DigestList {
   const char* label;
   const char* json;
-  const char* section;
-  const char* keyPrefix;
+  DigestSet set;
 };
-const DigestSet kDigestSets[] = {
-    {"guids", "guids", "GuidList", "Guid_"},
-    {"mac hashes", "macHashes", "MacList", "Mac_"},
-    {"disk hashes", "diskHashes", "HdList", "Hd_"},
-    {"cpu hashes", "cpuHashes", "CpuList", "Cpu_"},
+const DigestList kDigestLists[] = {
+    {"guids", "guids", KyMacID::GuidInfoDb::kGuids},
+    {"mac hashes", "macHashes", KyMacID::GuidInfoDb::kMacs},
+    {"disk hashes", "diskHashes", KyMacID::GuidInfoDb::kDrives},
+    {"cpu hashes", "cpuHashes", KyMacID::GuidInfoDb::kCpus},
 };
 
 // How a file is shown: its named values, then what is particular to it.
@@ -65,31 +75,33 @@ struct LegacyFile {
 };
 
 int EarlierCount(const IniFile& file) {
-  return std::min(file.Int("ListCount", "Count", 0), kMaxListEntries);
+  using namespace KyMacID::GuidListDb;
+  return std::min(file.Int(kCountSection, kCountKey, 0), kMaxListEntries);
 }
 
 void PrintGuidListMore(const IniFile& file) {
-  PrintField(2, "saved", FormatTime(file.Int64("CurGuid", "Time")));
+  PrintField(2, "saved", FormatTime(file.Int64(kCurrentSection, GuidListKey::Time)));
   PrintField(2, "earlier", std::to_string(EarlierCount(file)));
   for (int i = 0; i < EarlierCount(file); ++i) {
-    const std::string section = "GuidList_" + std::to_string(i);
+    const std::string section = KyMacID::GuidListDb::HistorySection(i);
     PrintField(4, section,
-               file.String(section, "Guid") + ", saved " + FormatTime(file.Int64(section, "Time")));
+               file.String(section, GuidListKey::Guid) + ", saved " +
+                   FormatTime(file.Int64(section, GuidListKey::Time)));
   }
 }
 
 void WriteGuidListMore(JsonWriter& json, const IniFile& file) {
-  json.Int("time", file.Int64("CurGuid", "Time"));
+  json.Int("time", file.Int64(kCurrentSection, GuidListKey::Time));
   json.BeginArray("earlier");
   for (int i = 0; i < EarlierCount(file); ++i) {
-    const std::string section = "GuidList_" + std::to_string(i);
+    const std::string section = KyMacID::GuidListDb::HistorySection(i);
     json.BeginObject()
-        .String("guid", file.String(section, "Guid"))
-        .String("macHash", file.String(section, "Mac"))
-        .String("diskHash", file.String(section, "Hd"))
-        .String("cpuHash", file.String(section, "Cpu"))
-        .String("changeType", file.String(section, "ChangeType"))
-        .Int("time", file.Int64(section, "Time"))
+        .String("guid", file.String(section, GuidListKey::Guid))
+        .String("macHash", file.String(section, GuidListKey::Mac))
+        .String("diskHash", file.String(section, GuidListKey::Hd))
+        .String("cpuHash", file.String(section, GuidListKey::Cpu))
+        .String("changeType", file.String(section, GuidListKey::ChangeType))
+        .Int("time", file.Int64(section, GuidListKey::Time))
         .EndObject();
   }
   json.EndArray();
@@ -97,7 +109,8 @@ void WriteGuidListMore(JsonWriter& json, const IniFile& file) {
 
 std::vector<std::string> Digests(const IniFile& file, const DigestSet& set) {
   std::vector<std::string> digests;
-  const int count = std::min(file.Int(set.section, "Count", 0), kMaxListEntries);
+  const int count =
+      std::min(file.Int(set.section, KyMacID::GuidInfoDb::kCountKey, 0), kMaxListEntries);
   for (int i = 0; i < count; ++i) {
     digests.push_back(file.String(set.section, set.keyPrefix + std::to_string(i)));
   }
@@ -105,15 +118,15 @@ std::vector<std::string> Digests(const IniFile& file, const DigestSet& set) {
 }
 
 void PrintGuidInfoMore(const IniFile& file) {
-  for (const DigestSet& set : kDigestSets) {
-    PrintField(2, set.label, std::to_string(Digests(file, set).size()));
+  for (const DigestList& list : kDigestLists) {
+    PrintField(2, list.label, std::to_string(Digests(file, list.set).size()));
   }
 }
 
 void WriteGuidInfoMore(JsonWriter& json, const IniFile& file) {
-  for (const DigestSet& set : kDigestSets) {
-    json.BeginArray(set.json);
-    for (const std::string& digest : Digests(file, set)) json.String(nullptr, digest);
+  for (const DigestList& list : kDigestLists) {
+    json.BeginArray(list.json);
+    for (const std::string& digest : Digests(file, list.set)) json.String(nullptr, digest);
     json.EndArray();
   }
 }
