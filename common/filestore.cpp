@@ -1,7 +1,6 @@
 #include "common/filestore.h"
 
 #include <windows.h>
-#include <shlobj.h>
 
 #include <algorithm>
 #include <deque>
@@ -10,6 +9,7 @@
 #include "common/ansipath.h"
 #include "common/filestore_testing.h"
 #include "common/kylog.h"
+#include "common/threadslot.h"
 #include "common/win32raii.h"
 
 namespace KyGuidUtils {
@@ -62,30 +62,15 @@ Fate NextChange(const std::wstring& path) {
   return g_gate ? g_gate->Next(path) : Fate::kWhole;
 }
 
-// The step open on this thread. A slot of the thread's own rather than a
-// thread_local object: the runtime would allocate one for every host thread
-// that reads the GUID.
-DWORD StepSlot() {
-  static const DWORD slot = TlsAlloc();
-  return slot;
-}
+// The step open on each thread, and the error every write of the thread
+// fails with (0: none).
+ThreadSlot<StoreStep::State*> g_currentStep;
+ThreadSlot<DWORD> g_refusal;
 
-StoreStep::State* CurrentStep() {
-  return static_cast<StoreStep::State*>(TlsGetValue(StepSlot()));
-}
-
-DWORD RefusalSlot() {
-  static const DWORD slot = TlsAlloc();
-  return slot;
-}
-
-// The error every write of this thread fails with now, or 0.
-DWORD Refusal() {
-  return static_cast<DWORD>(reinterpret_cast<uintptr_t>(TlsGetValue(RefusalSlot())));
-}
+StoreStep::State* CurrentStep() { return g_currentStep.Get(); }
 
 bool Refused() {
-  const DWORD error = Refusal();
+  const DWORD error = g_refusal.Get();
   if (error) SetLastError(error);
   return error != 0;
 }
@@ -300,14 +285,24 @@ File& StoreStep::State::Edit(const std::wstring& target, bool copy) {
   // change) is refused with their error.
   UniqueFile original(CreateFileW(target.c_str(), GENERIC_READ | GENERIC_WRITE,
                                   FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+                                  FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
   if (!original) {
     if (!IsMissing(GetLastError())) file.refusal = GetLastError();
     return file;
   }
   BY_HANDLE_FILE_INFORMATION information{};
-  if (!GetFileInformationByHandle(original.get(), &information) ||
-      !ReadAll(original.get(), file.original)) {
+  if (!GetFileInformationByHandle(original.get(), &information)) {
+    file.refusal = GetLastError();
+    return file;
+  }
+  // A link, or one name of a file with others, would carry its target's bytes
+  // into a file every user reads.
+  if ((information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) ||
+      information.nNumberOfLinks > 1) {
+    file.refusal = ERROR_ACCESS_DENIED;
+    return file;
+  }
+  if (!ReadAll(original.get(), file.original)) {
     file.refusal = GetLastError();
     return file;
   }
@@ -336,19 +331,19 @@ StoreStep::StoreStep(std::wstring commitList) {
   if (CurrentStep()) return;
   m_state = std::make_unique<State>();
   m_state->commitList = std::move(commitList);
-  TlsSetValue(StepSlot(), m_state.get());
+  g_currentStep.Set(m_state.get());
 }
 
 StoreStep::~StoreStep() {
   if (!m_state) return;
-  TlsSetValue(StepSlot(), nullptr);
+  g_currentStep.Set(nullptr);
   PreserveLastError keep;
   m_state->Discard();
 }
 
 bool StoreStep::Commit() {
   if (!m_state) return true;
-  TlsSetValue(StepSlot(), nullptr);
+  g_currentStep.Set(nullptr);
   std::vector<File*> replaced;
   std::vector<File*> removed;
   for (File& file : m_state->files) {
@@ -436,13 +431,6 @@ bool RemoveStoreFile(const std::wstring& path) {
   return scope.Finish(true);
 }
 
-bool CreateStoreFolder(const std::wstring& path) {
-  if (Exists(path)) return true;
-  if (Refused()) return false;
-  if (NextChange(path) != Fate::kWhole) return true;
-  return SHCreateDirectoryExW(nullptr, path.c_str(), nullptr) == ERROR_SUCCESS;
-}
-
 bool RecoverStore(const std::wstring& commitList, const std::vector<std::wstring>& files) {
   constexpr wchar_t kFunction[] = L"KyGuidUtils::RecoverStore";
   auto known = [&](const std::wstring& path) {
@@ -475,14 +463,9 @@ bool RecoverStore(const std::wstring& commitList, const std::vector<std::wstring
   return true;
 }
 
-StoreWritesRefused::StoreWritesRefused(uint32_t error)
-    : m_previous(reinterpret_cast<uintptr_t>(TlsGetValue(RefusalSlot()))) {
-  TlsSetValue(RefusalSlot(), reinterpret_cast<void*>(static_cast<uintptr_t>(error)));
-}
+void RefuseStoreWrites(uint32_t error) { g_refusal.Set(error); }
 
-StoreWritesRefused::~StoreWritesRefused() {
-  TlsSetValue(RefusalSlot(), reinterpret_cast<void*>(m_previous));
-}
+uint32_t StoreWriteRefusal() { return g_refusal.Get(); }
 
 ScopedFileChangeGate::ScopedFileChangeGate(IFileChangeGate& gate) : m_previous(g_gate) {
   g_gate = &gate;

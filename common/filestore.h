@@ -49,18 +49,12 @@ class StoreStep {
   std::unique_ptr<State> m_state;  // null for a step that joined another
 };
 
-// While one lives, every write of its thread fails with `error` and changes
-// nothing: an update whose store cannot be trusted writes nothing at all.
-class StoreWritesRefused {
- public:
-  explicit StoreWritesRefused(uint32_t error);
-  ~StoreWritesRefused();
-  StoreWritesRefused(const StoreWritesRefused&) = delete;
-  StoreWritesRefused& operator=(const StoreWritesRefused&) = delete;
-
- private:
-  uintptr_t m_previous;
-};
+// From now on every write of this thread fails with `error` and changes
+// nothing, or, with 0, may succeed again: an update that cannot trust its
+// store writes nothing at all.
+void RefuseStoreWrites(uint32_t error);
+// The error every write of this thread fails with now, or 0.
+uint32_t StoreWriteRefusal();
 
 // The name of a file's working copy.
 std::wstring WorkingCopyPath(const std::wstring& target);
@@ -80,8 +74,6 @@ bool WriteStoreFileHead(const std::wstring& path, const std::string& head);
 bool CopyStoreFile(const std::wstring& from, const std::wstring& to, bool failIfExists);
 // Deletes the file when the step commits.
 bool RemoveStoreFile(const std::wstring& path);
-// Creates a folder and every missing folder above it.
-bool CreateStoreFolder(const std::wstring& path);
 
 // For the profile functions: the file to read `path` from now, and a write
 // done by `write` on the file to write `path` through. `write` keeps the

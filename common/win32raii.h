@@ -63,10 +63,18 @@ struct ModuleTraits {
   static void Close(Type m) { FreeLibrary(m); }
 };
 
+struct LocalMemoryTraits {  // what the system allocates for the caller with LocalAlloc
+  using Type = HLOCAL;
+  static Type Invalid() { return nullptr; }
+  static bool IsValid(Type m) { return m != nullptr; }
+  static void Close(Type m) { LocalFree(m); }
+};
+
 using UniqueHandle = UniqueResource<HandleTraits>;
 using UniqueFile = UniqueResource<FileHandleTraits>;
 using UniqueRegKey = UniqueResource<RegKeyTraits>;
 using UniqueModule = UniqueResource<ModuleTraits>;
+using UniqueLocalMemory = UniqueResource<LocalMemoryTraits>;
 
 // A critical section that knows whether it was initialised, so that a
 // process-exit teardown can delete it once and later calls can skip it.

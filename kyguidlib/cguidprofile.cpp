@@ -1,7 +1,5 @@
 #include "kyguidlib/cguidprofile.h"
 
-#include <shlobj.h>
-#include <shlwapi.h>
 #include <windows.h>
 
 #include <vector>
@@ -10,6 +8,7 @@
 #include "common/kylog.h"
 #include "common/profilefile.h"
 #include "common/strutil.h"
+#include "kyguidlib/datafolder.h"
 #include "kyguidlib/guiddbfile.h"
 #include "kyguidlib/guidpaths.h"
 
@@ -26,7 +25,7 @@ constexpr unsigned kMaxListEntries = 1024;
 CGuidProfile::CGuidProfile() : m_path(GetGuidFilePath()) {
   std::wstring folder = GetProfileDir();
   if (folder.empty() || KyGuidUtils::StoreFileExists(folder)) return;
-  KyGuidUtils::CreateStoreFolder(folder);
+  EnsureDataFolder();
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(L"KyGuid::CGuidProfile::CGuidProfile"),
                L"Create guid profile directory: %s", folder.c_str());
 }

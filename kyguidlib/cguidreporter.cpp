@@ -11,6 +11,7 @@
 #include "common/profilefile.h"
 #include "common/strutil.h"
 #include "kyguidlib/cguidbuilder.h"
+#include "kyguidlib/datafolder.h"
 #include "kyguidlib/guiddbfile.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/platform.h"
@@ -30,11 +31,6 @@ constexpr size_t kMaxSectionBytes = 1 << 20;
 int32_t Now() { return static_cast<int32_t>(KyGuidUtils::CurrentTime()); }
 
 std::string SectionName(int n) { return "Report" + std::to_string(n); }
-
-void EnsureProfileFolder() {
-  const std::wstring folder = GetProfileDir();
-  if (!folder.empty()) KyGuidUtils::CreateStoreFolder(folder);
-}
 
 std::string ExecutableFileName() {
   char path[MAX_PATH] = {};
@@ -57,7 +53,7 @@ std::string RandGuid() {
   const bool made = SUCCEEDED(CoCreateGuid(&guid));
   std::string text = KyGuidUtils::BytesToHex(reinterpret_cast<const uint8_t*>(&guid), sizeof(guid));
   if (made && !path.empty()) {
-    EnsureProfileFolder();
+    EnsureDataFolder();
     KyGuidUtils::WriteIniString(path, GuidDb::kRandSection, GuidDb::Key::Guid, text);
   }
   return text;
@@ -119,7 +115,7 @@ void CGuidReporter::Deliver(const ReportFields& report) {
 
 BOOL CGuidReporter::SaveToCache(const ReportFields& report) {
   if (m_path.empty()) return FALSE;
-  EnsureProfileFolder();
+  EnsureDataFolder();
   // Wrapping after a hundred keeps the count short; the ring only needs
   // count modulo five.
   unsigned count =

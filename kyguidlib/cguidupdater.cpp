@@ -8,6 +8,7 @@
 #include "kyguidlib/cguidbuilder.h"
 #include "kyguidlib/cguidreporter.h"
 #include "kyguidlib/creportmanager.h"
+#include "kyguidlib/datafolder.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/platform.h"
 #include "kyguidlib/td/seqidgenerator.h"
@@ -37,9 +38,10 @@ std::string RefreshLegacyId(int result, const CGuidBuilder& builder) {
 // What a crash left of an earlier update is finished or discarded before
 // this one reads anything. When it cannot be finished, this update writes
 // nothing: its writes could be overtaken by the older commit later.
-std::unique_ptr<KyGuidUtils::StoreWritesRefused> RecoverStore() {
-  if (KyGuidUtils::RecoverStore(GetCommitListPath(), GetStoreFiles())) return nullptr;
-  return std::make_unique<KyGuidUtils::StoreWritesRefused>(ERROR_SHARING_VIOLATION);
+void RecoverStore() {
+  if (!KyGuidUtils::RecoverStore(GetCommitListPath(), GetStoreFiles())) {
+    KyGuidUtils::RefuseStoreWrites(ERROR_SHARING_VIOLATION);
+  }
 }
 
 }  // namespace
@@ -206,7 +208,10 @@ int CGuidUpdater::SafeUpdateNow() {
 }
 
 int CGuidUpdater::RunUpdate(UpdateCaller caller, const KyLog::Site& resultSite) {
-  const auto refused = RecoverStore();
+  // Every write of this update goes through the guard's checks; when they
+  // fail, the update writes nothing.
+  const CDataFolderGuard guard;
+  if (guard.Trusted()) RecoverStore();
   std::unique_ptr<CGuidBuilder> builder = std::make_unique<CGuidBuilder>(true);
   const int result = builder->UpdateNewGuid();
   const std::string ancientGuid = RefreshLegacyId(result, *builder);

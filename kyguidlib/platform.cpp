@@ -36,7 +36,7 @@ class Win32Clock final : public IClock {
 Win32Folders g_folders;
 Win32Ticks g_ticks;
 Win32Clock g_clock;
-Platform g_platform{&g_folders, &g_ticks, &Win32Hardware(), &g_clock};
+Platform g_platform{&g_folders, &g_ticks, &Win32Hardware(), &g_clock, &Win32Security()};
 
 }  // namespace
 
@@ -47,6 +47,7 @@ ScopedPlatform::ScopedPlatform(const Platform& replacement) : m_previous(g_platf
   if (replacement.ticks) g_platform.ticks = replacement.ticks;
   if (replacement.hardware) g_platform.hardware = replacement.hardware;
   if (replacement.clock) g_platform.clock = replacement.clock;
+  if (replacement.security) g_platform.security = replacement.security;
 }
 
 ScopedPlatform::~ScopedPlatform() { g_platform = m_previous; }

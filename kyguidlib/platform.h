@@ -29,13 +29,38 @@ class ITickSource {
 using KyGuidUtils::IClock;
 
 class IHardware;
+struct SecuritySnapshot;
+
+// The security calls that guard the data folder. Wine keeps no security
+// descriptors, so tests present owners and DACLs here.
+class ISecurity {
+ public:
+  virtual ~ISecurity() = default;
+  // Whether the process runs elevated, and so may give folders an owner and
+  // a protected DACL.
+  virtual bool IsElevated() = 0;
+  // The account the process runs as, as a string SID.
+  virtual std::string ProcessAccount() = 0;
+  // The owner and DACL of a file or folder; false when they cannot be read.
+  virtual bool Read(const std::wstring& path, SecuritySnapshot& snapshot) = 0;
+  // Gives an existing folder the owner and the protected DACL of
+  // `descriptor` (a SECURITY_DESCRIPTOR).
+  virtual bool Protect(const std::wstring& path, void* descriptor) = 0;
+  // CreateDirectoryW with `descriptor`, or with the inherited security when
+  // it is null; false with `error` set when it fails.
+  virtual bool CreateFolder(const std::wstring& path, void* descriptor, uint32_t* error) = 0;
+};
 
 struct Platform {
   IFolders* folders;
   ITickSource* ticks;
   IHardware* hardware;
   IClock* clock = nullptr;
+  ISecurity* security = nullptr;
 };
+
+// The Win32 implementation used by the shipped library.
+ISecurity& Win32Security();
 
 const Platform& CurrentPlatform();
 

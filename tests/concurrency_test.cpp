@@ -199,7 +199,7 @@ class KillTest : public DllTest, public ::testing::WithParamInterface<KillScenar
 // An update through the DLL in a process of its own, killed at a random
 // moment of its run; a third of them after Guid.db was deleted.
 TEST_P(KillTest, UpdateKilledInsideItsRunNeverLosesTheIdentity) {
-  const int kills = FromEnvironment("KYGUID_KILLS", 6);
+  const int kills = FromEnvironment("KYGUID_KILLS", 200);
   std::mt19937 random(FromEnvironment("KYGUID_KILL_SEED", 20261124));
   const std::string legacy = KyGuidTest::MachineProfileDir() + "\\GlobalMgr.db";
   if (GetParam().adopted) {

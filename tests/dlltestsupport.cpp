@@ -33,12 +33,25 @@ std::string MachineProfileDir() {
 }
 std::string UserProfileDir() { return ShellFolder(CSIDL_APPDATA) + "\\Corvane\\Greibraske"; }
 
+// Whether a level of `path` is a link: a test that planted one must never
+// have its cleaning follow it.
+bool ThroughALink(std::string path) {
+  for (; path.size() > 3; path.erase(path.rfind('\\'))) {
+    const DWORD attributes = GetFileAttributesA(path.c_str());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 // The files directly in each place the library writes; subfolders and the
 // folders themselves stay.
 void WipeMachineProfile() {
   // C:\ProgramData\Corvane\Desktop holds the legacy Global.db.
   const std::string legacyIdDir = ShellFolder(CSIDL_COMMON_APPDATA) + "\\Corvane\\Desktop";
   for (const std::string& dir : {MachineProfileDir(), UserProfileDir(), legacyIdDir}) {
+    if (ThroughALink(dir)) continue;
     WIN32_FIND_DATAA data;
     HANDLE find = FindFirstFileA((dir + "\\*").c_str(), &data);
     for (bool more = find != INVALID_HANDLE_VALUE; more; more = FindNextFileA(find, &data)) {

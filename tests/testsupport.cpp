@@ -5,6 +5,7 @@
 #include <shlobj.h>
 
 #include <atomic>
+#include <functional>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -12,7 +13,80 @@
 namespace KyGuidTest {
 namespace {
 
+// The host's path of a Windows path under Wine; empty elsewhere.
+std::string HostPath(const std::string& path) {
+  using ToUnix = char*(CDECL*)(LPCWSTR);
+  auto toUnix = reinterpret_cast<ToUnix>(reinterpret_cast<void*>(
+      GetProcAddress(GetModuleHandleA("kernel32.dll"), "wine_get_unix_file_name")));
+  const std::wstring wide(path.begin(), path.end());
+  char* unix = toUnix ? toUnix(wide.c_str()) : nullptr;
+  if (!unix) return std::string();
+  const std::string result = unix;
+  HeapFree(GetProcessHeap(), 0, unix);
+  return result;
+}
+
+bool IsLink(const std::string& path) {
+  const DWORD attributes = GetFileAttributesA(path.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT);
+}
+
+}  // namespace
+
+// A program of the host under Wine, which starts it without a handle to
+// wait on: what it does is waited for instead.
+void RunHostCommand(const std::string& program, const std::string& arguments) {
+  STARTUPINFOA startup{};
+  startup.cb = sizeof(startup);
+  std::string line = "Z:\\bin\\" + program + " " + arguments;
+  PROCESS_INFORMATION info{};
+  if (CreateProcessA(nullptr, &line[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                     &info)) {
+    if (info.hProcess) CloseHandle(info.hProcess);
+    if (info.hThread) CloseHandle(info.hThread);
+  }
+}
+
+bool Await(const std::function<bool()>& done) {
+  for (int attempt = 0; attempt < 500; ++attempt, Sleep(10)) {
+    if (done()) return true;
+  }
+  return false;
+}
+
+bool MakeLink(const std::string& link, const std::string& target) {
+  const DWORD kind = GetFileAttributesA(target.c_str()) & FILE_ATTRIBUTE_DIRECTORY
+                         ? SYMBOLIC_LINK_FLAG_DIRECTORY
+                         : 0;
+  if (CreateSymbolicLinkA(link.c_str(), target.c_str(), kind) && IsLink(link)) return true;
+  const std::string hostLink = HostPath(link);
+  const std::string hostTarget = HostPath(target);
+  if (hostLink.empty() || hostTarget.empty()) return false;
+  RunHostCommand("ln", "-sfn " + hostTarget + " " + hostLink);
+  return Await([&] { return GetFileAttributesA(link.c_str()) != INVALID_FILE_ATTRIBUTES; });
+}
+
+void RemoveLink(const std::string& link) {
+  const DWORD attributes = GetFileAttributesA(link.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES) return;
+  if ((attributes & FILE_ATTRIBUTE_DIRECTORY) && !IsLink(link)) return;  // a folder of its own
+  const std::string hostLink = HostPath(link);
+  if (hostLink.empty()) {
+    if (!RemoveDirectoryA(link.c_str())) DeleteFileA(link.c_str());
+    return;
+  }
+  RunHostCommand("rm", "-f " + hostLink);
+  Await([&] { return GetFileAttributesA(link.c_str()) == INVALID_FILE_ATTRIBUTES; });
+}
+
+
 void RemoveTree(const std::string& path) {
+  // A link is removed itself: what it points to is none of the test's.
+  const DWORD attributes = GetFileAttributesA(path.c_str());
+  if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT)) {
+    RemoveLink(path);
+    return;
+  }
   WIN32_FIND_DATAA data;
   HANDLE find = FindFirstFileA((path + "\\*").c_str(), &data);
   if (find != INVALID_HANDLE_VALUE) {
@@ -21,7 +95,7 @@ void RemoveTree(const std::string& path) {
       if (name == "." || name == "..") continue;
       std::string child = path + "\\" + name;
       SetFileAttributesA(child.c_str(), FILE_ATTRIBUTE_NORMAL);
-      if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+      if (data.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) {
         RemoveTree(child);
       } else {
         DeleteFileA(child.c_str());
@@ -32,7 +106,6 @@ void RemoveTree(const std::string& path) {
   RemoveDirectoryA(path.c_str());
 }
 
-}  // namespace
 
 TempDir::TempDir() {
   static std::atomic<int> counter{0};

@@ -91,6 +91,15 @@ std::string ReadWholeFile(const std::string& path);
 std::vector<std::string> ReadLines(const std::string& path);
 void WriteWholeFile(const std::string& path, const std::string& content);
 void MakeDirs(const std::string& path);
+// Deletes a folder with everything in it; a link in it, or the folder
+// itself when it is a link, is removed, never followed.
+void RemoveTree(const std::string& path);
+// Makes `link` a symbolic link to `target` (Windows paths): with
+// CreateSymbolicLinkW where the system makes one, else, under Wine, whose
+// CreateSymbolicLinkW makes none, with the host's ln. False when none was made.
+bool MakeLink(const std::string& link, const std::string& target);
+// Removes the link itself, never what it points to; leaves a folder alone.
+void RemoveLink(const std::string& link);
 std::string IniRead(const std::string& path, const char* section, const char* key);
 void IniWrite(const std::string& path, const char* section, const char* key, const char* value);
 // Moves the file's last-write time forward by `seconds` (profile writes in

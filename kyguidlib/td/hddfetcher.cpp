@@ -1,6 +1,5 @@
 #include "kyguidlib/td/hddfetcher.h"
 
-#include <shlobj.h>
 #include <windows.h>
 
 #include <cstdint>
@@ -9,6 +8,7 @@
 #include "common/clock.h"
 #include "common/filestore.h"
 #include "common/kylog.h"
+#include "kyguidlib/datafolder.h"
 #include "kyguidlib/devicestrings.h"
 #include "kyguidlib/devicetransport.h"
 #include "kyguidlib/guidpaths.h"
@@ -285,7 +285,7 @@ bool CHddFetcher::ReadPhysicalDriveRand(std::string& serialNumber, std::string& 
                  static_cast<unsigned>(E_FAIL));
     return false;
   }
-  KyGuidUtils::CreateStoreFolder(folder);
+  EnsureDataFolder();
   const std::string path = WideToAnsi(folder) + "\\HDD.db";
   HddDbIdentity stored = ReadHddDb(path);
   KyLog::Write(KyLog::kInfo, KYLOG_SITE(kRand),

@@ -1,7 +1,6 @@
 // read, update and build: what a client of the suite gets from the shipped
 // KyGuid64.dll, so these always go through the DLL beside the tool.
 #include <windows.h>
-#include <shlobj.h>
 
 #include <cstdio>
 #include <string>
@@ -9,6 +8,7 @@
 #include "common/modules.h"
 #include "common/win32raii.h"
 #include "kyguidlib/cguidbuilder.h"
+#include "kyguidlib/datafolder.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/kyguidapi.h"
 #include "tools/kyguid/cli.h"
@@ -55,10 +55,11 @@ const char* UpdateMeaning(uint32_t result) {
 }
 
 // An update that cannot write Guid.db would still report a GUID it never
-// kept; say so before starting one.
+// kept; say so before starting one. The folder is made as the library makes
+// it, protected when the tool runs elevated.
 bool DataFolderWritable(const std::string& folder) {
   if (folder.empty()) return false;
-  SHCreateDirectoryExA(nullptr, folder.c_str(), nullptr);
+  KyGuid::EnsureDataFolder();
   KyGuidUtils::UniqueFile probe(
       CreateFileA((folder + "\\kyguid-write-probe.tmp").c_str(), GENERIC_WRITE, 0, nullptr,
                   CREATE_ALWAYS, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
