@@ -121,11 +121,6 @@ TEST_F(BuilderTest, FirstUpdateWritesTheGoldenFilesAndLaterOnesKeepItsGuid) {
   EXPECT_EQ(before, ReadWholeFile(GuidDbPath()));
   EXPECT_EQ(1, CountLog("guid match, use it\xA3\xBA " + guid));
   EXPECT_EQ(guid, m_legacyId);
-
-  // A machine that lost Guid.db adopts the GUID back through the legacy cache.
-  ASSERT_TRUE(DeleteFileA(GuidDbPath().c_str()));
-  ASSERT_EQ(KyGuid::kResultAncientAdopted, Update());
-  EXPECT_EQ(guid, Active("Guid"));
 }
 
 // Only the largest index restarts the ring (instead of overflowing into

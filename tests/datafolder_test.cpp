@@ -8,6 +8,7 @@
 #include <map>
 
 #include "common/md5.h"
+#include "common/win32raii.h"
 #include "kyguidlib/cguidupdater.h"
 #include "kyguidlib/foldertrust.h"
 #include "kyguidlib/guidpaths.h"
@@ -19,33 +20,29 @@ using KyGuid::SecuritySnapshot;
 using KyGuidSim::SimulatedMachine;
 
 constexpr char kUs[] = "S-1-5-21-1-2-3-1000";
-constexpr char kStandardUser[] = "S-1-5-21-1-2-3-1001";
 constexpr char kProtected[] = "O:BAD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)";
 
 std::string Sddl(void* descriptor) {
   LPSTR text = nullptr;
-  if (!descriptor || !ConvertSecurityDescriptorToStringSecurityDescriptorA(
-                         descriptor, SDDL_REVISION_1,
-                         OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &text, nullptr)) {
-    return "inherited";
-  }
-  const std::string sddl = text;
-  LocalFree(text);
-  return sddl;
+  if (!descriptor) return "inherited";
+  ConvertSecurityDescriptorToStringSecurityDescriptorA(
+      descriptor, SDDL_REVISION_1, OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &text,
+      nullptr);
+  KyGuidUtils::UniqueLocalMemory held(text);
+  return text ? text : "unreadable";
 }
 
-// Every path is ours unless the test says otherwise; the calls that change
-// security are noted, the folders really made.
+// Everything is ours with nobody else's rights unless the test names another
+// owner; Administrators' folders have ProgramData's inherited default, where
+// Users may add files. Calls that set security are noted; folders are made.
 class FakeSecurity final : public KyGuid::ISecurity {
  public:
   bool IsElevated() override { return elevated; }
   std::string ProcessAccount() override { return kUs; }
   bool Read(const std::wstring& path, SecuritySnapshot& snapshot) override {
-    const auto known = owners.find(KyGuid::WideToAnsi(path));
-    snapshot = SecuritySnapshot{known == owners.end() ? kUs : known->second, true, {}};
-    if (known != owners.end() && known->second == KyGuid::kAdministratorsSid) {
-      snapshot.dacl.push_back({true, false, 0x6, "S-1-5-32-545"});  // Users may add files
-    }
+    const auto named = owners.find(KyGuid::WideToAnsi(path));
+    snapshot = SecuritySnapshot{named == owners.end() ? kUs : named->second, true, {}};
+    if (snapshot.owner == KyGuid::kAdministratorsSid) snapshot.dacl.push_back({true, false, 6, "S-1-5-32-545"});
     return true;
   }
   bool Protect(const std::wstring& path, void* descriptor) override {
@@ -79,58 +76,48 @@ class DataFolderTest : public KyGuidTest::IsolatedTest {
     m_security.reset();
     IsolatedTest::TearDown();
   }
-  void Update() {
+  bool Update() {
+    m_fake.calls.clear();
     KyGuid::CGuidUpdater::RunUpdate(KyGuid::CGuidUpdater::UpdateCaller::kSynchronous,
                                     {L"test", 0, L"test"});
+    return GetFileAttributesA(GuidDbPath().c_str()) != INVALID_FILE_ATTRIBUTES;
   }
   bool Logged(const char* level, const std::string& text) const {
     return LogLineWith(text).find(std::string(level) + " [") != std::string::npos;
   }
-  std::string Vendor() const { return m_folders->CommonAppData() + "\\Corvane"; }
-  bool Saved() const { return GetFileAttributesA(GuidDbPath().c_str()) != INVALID_FILE_ATTRIBUTES; }
 
   FakeSecurity m_fake;
   std::unique_ptr<KyGuid::ScopedPlatform> m_security;
 };
 
-// What a fresh machine's folders are made with: the protected descriptor when
-// the process may give it, the inherited one when it may not.
-TEST_F(DataFolderTest, FoldersAreMadeProtectedWhenTheProcessMayGiveThat) {
+// A fresh machine's folders are made protected when the process may give
+// that. A folder others may change is repaired by an elevated process and
+// refused by any other, as is one whose repair fails: refused, an update
+// saves nothing and says so, where a write failure always said it.
+TEST_F(DataFolderTest, FoldersAreMadeOrRepairedProtectedWhenTheProcessMay) {
+  const std::string vendor = m_folders->CommonAppData() + "\\Corvane";
   for (bool elevated : {true, false}) {
     m_fake.elevated = elevated;
-    m_fake.calls.clear();
-    Update();
-    EXPECT_TRUE(Saved());
-    const std::string wanted = elevated ? kProtected : "inherited";
-    EXPECT_EQ("create " + Vendor() + " " + wanted + "\ncreate " + ProfileDir() + " " + wanted + "\n",
+    KyGuidTest::RemoveTree(vendor);
+    EXPECT_TRUE(Update());
+    const std::string with = elevated ? kProtected : "inherited";
+    EXPECT_EQ("create " + vendor + " " + with + "\ncreate " + ProfileDir() + " " + with + "\n",
               m_fake.calls);
-    KyGuidTest::RemoveTree(Vendor());
   }
-}
-
-// A folder that standard users may change is repaired by an elevated process
-// and refused by any other; a repair that fails is refused too. Refused, an
-// update saves nothing and says so where a write failure always said it.
-TEST_F(DataFolderTest, AFolderOthersMayChangeIsTakenOverOrNotWrittenInto) {
-  KyGuidTest::MakeDirs(ProfileDir());
-  m_fake.owners[ProfileDir()] = KyGuid::kAdministratorsSid;  // the inherited default
-  m_fake.elevated = false;
-  Update();
-  EXPECT_FALSE(Saved());
+  DeleteFileA(GuidDbPath().c_str());
+  m_fake.owners[ProfileDir()] = KyGuid::kAdministratorsSid;
+  EXPECT_FALSE(Update());  // not elevated
   EXPECT_TRUE(Logged("ERROR", "Data folder not trusted, save nothing: " + ProfileDir()));
-  EXPECT_EQ(2, CountLog("SaveGuidInfo failed: 5, " + GuidDbPath()));  // the record, its build
+  // The record in force, the adopted one it replaced and the new one in their build.
+  EXPECT_EQ(3, CountLog("SaveGuidInfo failed: 5, " + GuidDbPath()));
   m_fake.elevated = true;
   m_fake.protects = false;
-  Update();
-  EXPECT_FALSE(Saved());
+  EXPECT_FALSE(Update());
   m_fake.protects = true;
-  Update();
-  EXPECT_TRUE(Saved());
+  EXPECT_TRUE(Update());
+  EXPECT_EQ("protect " + ProfileDir() + " " + kProtected + "\n", m_fake.calls);
   EXPECT_TRUE(Logged("WARN", "Data folder not trusted, take it over: " + ProfileDir()));
-  EXPECT_EQ(2, CountLog("Data folder not trusted, take it over: " + ProfileDir()));
   EXPECT_EQ(2, CountLog("Data folder not trusted, save nothing: " + ProfileDir()));
-  EXPECT_EQ("protect " + ProfileDir() + " " + kProtected + "\n",
-            m_fake.calls.substr(m_fake.calls.rfind("protect")));
 }
 
 // A squatter's GlobalMgr.db would have the update adopt the GUID it names.
@@ -140,7 +127,7 @@ TEST_F(DataFolderTest, AFileAStandardUserOwnsIsSetAsideAndNotTakenAsEvidence) {
   KyGuidTest::IniWrite(legacy, "Profile", "config1", "0123456789abcdef0123456789abcdef");
   KyGuidTest::IniWrite(legacy, "Profile", "config2", KyGuidUtils::Md5Hex("001122aabbcc").c_str());
   const std::string planted = KyGuidTest::ReadWholeFile(legacy);
-  m_fake.owners[legacy] = kStandardUser;
+  m_fake.owners[legacy] = "S-1-5-21-1-2-3-1001";
   Update();
   EXPECT_EQ(planted, KyGuidTest::ReadWholeFile(legacy + ".untrusted"));
   EXPECT_TRUE(Logged("WARN", "File not trusted, set it aside: " + legacy));

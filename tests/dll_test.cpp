@@ -66,14 +66,6 @@ TEST_F(DllTest, ShippedBinariesCarryTheProductVersion) {
             KyGuidTest::RunProcess("kyguid.exe --version").output);
 }
 
-TEST_F(DllTest, ThreadsRacingForTheReaderGetTheSameObject) {
-  std::vector<KyGuid::IGuidReader*> got(8, nullptr);
-  std::vector<std::thread> threads;
-  for (auto& slot : got) threads.emplace_back([this, &slot] { slot = m_getReader(); });
-  for (auto& thread : threads) thread.join();
-  for (KyGuid::IGuidReader* reader : got) EXPECT_TRUE(reader && reader == got[0]);
-}
-
 // The reader's buffer rules, as clients of the suite size their buffers.
 TEST_F(DllTest, ReaderBufferRulesOfEachGetter) {
   KyGuidTest::MakeDirs(KyGuidTest::MachineProfileDir());

@@ -52,13 +52,6 @@ class CrashGate final : public IFileChangeGate {
   int m_seen = 0;
 };
 
-void Desktop(SimulatedMachine& m, const char* serial, uint8_t nic, char cpu) {
-  m.AddDrive(0).descriptor = SimulatedMachine::Descriptor("", "ST1000DM010", "CC43", serial, 11, false);
-  m.AddVolume(L'C').extents = SimulatedMachine::Extents({{0, 1 << 30}});
-  m.AddAdapter("{NIC}", "Ethernet", {0, 0x11, 0x22, 0xAA, 0xBB, nic}).pnpId = "PCI\\VEN_8086";
-  m.processorBrand.assign(48, cpu);
-}
-
 class StoreTest;
 
 struct CrashStory {
@@ -75,30 +68,42 @@ class StoreTest : public KyGuidTest::IsolatedTest,
     KyMacID::CHddFetcher::RestartRandom();
     return CGuidUpdater::RunUpdate(caller, {L"test", 0, L"test"});
   }
+  // A desktop with the given disk serial, last byte of the MAC and processor.
   void UseMachine(const char* serial, uint8_t nic, char cpu) {
     m_machine = SimulatedMachine();
-    Desktop(m_machine, serial, nic, cpu);
+    m_machine.AddDrive(0).descriptor =
+        SimulatedMachine::Descriptor("", "ST1000DM010", "CC43", serial, 11, false);
+    m_machine.AddVolume(L'C').extents = SimulatedMachine::Extents({{0, 1 << 30}});
+    m_machine.AddAdapter("{NIC}", "Ethernet", {0, 0x11, 0x22, 0xAA, 0xBB, nic}).pnpId = "PCI\\8086";
+    m_machine.processorBrand.assign(48, cpu);
   }
   // The earlier scheme's GUID bound by its MAC, on a machine whose drive
   // answers no legacy read: its identity is made up in HDD.db.
   void UseAncientMachine() {
     m_machine = SimulatedMachine();
     m_machine.AddDrive(0).descriptor = SimulatedMachine::Descriptor("", "", "", "", 1, false);
-    m_machine.AddAdapter("{LEG}", "Ethernet", {0, 0x11, 0x22, 0xAA, 0xBB, 0xCC}).pnpId = "PCI\\L";
-    m_machine.processorBrand.assign(48, 'L');
+    m_machine.AddAdapter("{NIC}", "Ethernet", {0, 0x11, 0x22, 0xAA, 0xBB, 0xCC}).pnpId = "PCI\\8086";
     KyGuidTest::MakeDirs(ProfileDir());
     KyGuidTest::IniWrite(Cache("GlobalMgr.db"), "Profile", "config1",
                          "0123456789abcdef0123456789abcdef");
     KyGuidTest::IniWrite(Cache("GlobalMgr.db"), "Profile", "config2",
                          KyGuidUtils::Md5Hex("001122aabbcc").c_str());
   }
+  // The first update of a desktop, then the one given.
+  void AfterAFirstBuild(const char* serial, uint8_t nic, char cpu) {
+    UseMachine("Z9A1B2C3", 0xCC, 'A');
+    Update();
+    UseMachine(serial, nic, cpu);
+  }
   std::string ActiveGuid() { return KyGuidTest::IniRead(GuidDbPath(), "ActiveGuid", "Guid"); }
   std::string Cache(const char* name) { return ProfileDir() + "\\" + name; }
-  std::string WorkingPath(const char* name) { return Cache(name) + ".tmp"; }
 
+  // Every file of both application-data folders, by its path below them.
   Files Snapshot() {
     Files files;
-    for (const char* folder : {"common", "user"}) List(std::string(folder), files);
+    for (const std::string folder : {"common", "user"}) {
+      for (auto& file : KyGuidTest::ReadTree(Full(folder))) files[folder + "\\" + file.first] = file.second;
+    }
     return files;
   }
   // The files proper, as a reader sees them.
@@ -110,21 +115,6 @@ class StoreTest : public KyGuidTest::IsolatedTest,
 
  private:
   std::string Full(const std::string& relative) { return m_temp->Path() + "\\" + relative; }
-  void List(const std::string& relative, Files& files) {
-    WIN32_FIND_DATAA data;
-    HANDLE find = FindFirstFileA((Full(relative) + "\\*").c_str(), &data);
-    if (find == INVALID_HANDLE_VALUE) return;
-    do {
-      const std::string name = data.cFileName;
-      if (name == "." || name == "..") continue;
-      if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-        List(relative + "\\" + name, files);
-      } else {
-        files[relative + "\\" + name] = KyGuidTest::ReadWholeFile(Full(relative + "\\" + name));
-      }
-    } while (FindNextFileA(find, &data));
-    FindClose(find);
-  }
 };
 
 // The machine's random GUID is new in every run that makes it.
@@ -133,22 +123,13 @@ std::string Masked(std::string bytes) {
   return std::regex_replace(bytes, random, "$1<random>");
 }
 
-// What carries the identity: the record in force, and the earlier scheme's
-// id that an update adopts when Guid.db is lost. Each holds its value from
-// before the update or from after it, whatever step the crash cut short.
-std::vector<std::string> Identity(const Files& files) {
-  auto content = [&](const char* name) {
-    const auto file = files.find(std::string("common\\Corvane\\Greibraske\\") + name);
-    return file == files.end() ? std::string() : file->second;
-  };
-  const std::string guidDb = content("Guid.db");
-  const size_t active = guidDb.find("[ActiveGuid]");
-  const size_t next = guidDb.find("\n[", active);
-  std::smatch config1;
-  const std::string legacy = content("GlobalMgr.db");
-  std::regex_search(legacy, config1, std::regex("config1=[^\r\n]*"));
-  return {active == std::string::npos ? "" : guidDb.substr(active, next - active),
-          config1.empty() ? "" : config1.str()};
+// The record in force of Guid.db, which a crash must leave whole.
+std::string RecordInForce(const Files& files) {
+  const auto guidDb = files.find("common\\Corvane\\Greibraske\\Guid.db");
+  if (guidDb == files.end()) return std::string();
+  const size_t active = guidDb->second.find("[ActiveGuid]");
+  return active == std::string::npos ? std::string()
+                                     : guidDb->second.substr(active, guidDb->second.find("\n[", active) - active);
 }
 
 bool IsWorkingFile(const std::string& path) {
@@ -157,33 +138,20 @@ bool IsWorkingFile(const std::string& path) {
 }
 
 const CrashStory kStories[] = {
-    {"FirstBuild", Caller::kSynchronous,
-     [](StoreTest& t) { t.UseMachine("Z9A1B2C3", 0xCC, 'A'); }},
+    {"FirstBuild", Caller::kSynchronous, [](StoreTest& t) { t.UseMachine("Z9A1B2C3", 0xCC, 'A'); }},
     {"UnchangedMachine", Caller::kBackground,
-     [](StoreTest& t) {
-       t.UseMachine("Z9A1B2C3", 0xCC, 'A');
-       t.Update();
-     }},
+     [](StoreTest& t) { t.AfterAFirstBuild("Z9A1B2C3", 0xCC, 'A'); }},
     {"AncientGuidAdopted", Caller::kSynchronous, [](StoreTest& t) { t.UseAncientMachine(); }},
     {"RebuildAfterAHardwareChange", Caller::kSynchronous,
-     [](StoreTest& t) {
-       t.UseMachine("Z9A1B2C3", 0xCC, 'A');
-       t.Update();
-       t.UseMachine("WD-WCC6Y0000001", 0x5E, 'A');
-     }},
+     [](StoreTest& t) { t.AfterAFirstBuild("WD-WCC6Y0000001", 0x5E, 'A'); }},
+    // A new processor: a new legacy id, while the GUID stays.
     {"LegacyRefreshAfterAHardwareChange", Caller::kSynchronous,
-     [](StoreTest& t) {
-       t.UseMachine("Z9A1B2C3", 0xCC, 'A');
-       t.Update();
-       t.UseMachine("Z9A1B2C3", 0xCC, 'B');  // a new processor: a new legacy id, the GUID stays
-     }},
+     [](StoreTest& t) { t.AfterAFirstBuild("Z9A1B2C3", 0xCC, 'B'); }},
     {"ReportCache", Caller::kSynchronous,
      [](StoreTest& t) {
-       t.UseMachine("Z9A1B2C3", 0xCC, 'A');
-       t.Update();
+       t.AfterAFirstBuild("WD-WCC6Y0000001", 0x5E, 'A');
        KyGuidTest::IniWrite(t.Cache("GuidReport.dat"), "Desc", "Count", "7");  // a full ring
        KyGuidTest::IniWrite(t.Cache("Guid.db"), "RandGuid", nullptr, nullptr);  // made anew
-       t.UseMachine("WD-WCC6Y0000001", 0x5E, 'A');
      }},
 };
 
@@ -236,15 +204,12 @@ TEST_P(StoreTest, EveryCrashPointLeavesWholeFilesAndTheIdentity) {
       KyGuidUtils::ScopedFileChangeGate gate(crash);
       Update(story.caller);
     }
-    const Files crashed = Snapshot();
     for (const auto& file : View()) {
       EXPECT_EQ(1u, committed[file.first].count(file.second))
           << file.first << " holds bytes no commit gave it:\n" << file.second;
     }
-    for (size_t i = 0; i < 2; ++i) {
-      const std::string value = Identity(crashed)[i];
-      EXPECT_TRUE(value == Identity(before)[i] || value == Identity(after)[i]) << value;
-    }
+    const std::string record = RecordInForce(Snapshot());
+    EXPECT_TRUE(record == RecordInForce(before) || record == RecordInForce(after)) << record;
     // What the next update finds once it has finished what the crash left.
     ASSERT_TRUE(KyGuidUtils::RecoverStore(KyGuid::GetCommitListPath(), KyGuid::GetStoreFiles()));
     EXPECT_EQ(1u, wholeSteps.count(View())) << "half a step is left";
@@ -261,19 +226,14 @@ TEST_P(StoreTest, EveryCrashPointLeavesWholeFilesAndTheIdentity) {
 // that holds it for good keeps the old file in place, which is said in the log,
 // and the next update replaces it once the reader has let go.
 TEST_F(StoreTest, AFileHeldOpenIsReplacedOnceItsReaderLetsGo) {
-  UseMachine("Z9A1B2C3", 0xCC, 'A');
-  Update();
+  AfterAFirstBuild("WD-WCC6Y0000001", 0x5E, 'A');
   auto hold = [&] {
     return KyGuidUtils::UniqueFile(CreateFileA(GuidDbPath().c_str(), GENERIC_READ,
                                                FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                                OPEN_EXISTING, 0, nullptr));
   };
   KyGuidUtils::UniqueFile reader = hold();
-  std::thread letGo([&] {
-    Sleep(100);
-    reader.reset();
-  });
-  UseMachine("WD-WCC6Y0000001", 0x5E, 'A');
+  std::thread letGo([&] { Sleep(100), reader.reset(); });
   Update();
   letGo.join();
   const std::string second = ActiveGuid();
@@ -285,7 +245,7 @@ TEST_F(StoreTest, AFileHeldOpenIsReplacedOnceItsReaderLetsGo) {
   Update();
   EXPECT_EQ(before, KyGuidTest::ReadWholeFile(GuidDbPath()));
   EXPECT_EQ(1, CountLog("ReplaceFile failed: 32, " + GuidDbPath()));
-  EXPECT_EQ("", KyGuidTest::ReadWholeFile(WorkingPath("Guid.db")));
+  EXPECT_EQ("", KyGuidTest::ReadWholeFile(Cache("Guid.db.tmp")));
   reader.reset();
   Update();
   EXPECT_NE(second, ActiveGuid());

@@ -13,72 +13,61 @@
 namespace KyGuidTest {
 namespace {
 
-// The host's path of a Windows path under Wine; empty elsewhere.
-std::string HostPath(const std::string& path) {
-  using ToUnix = char*(CDECL*)(LPCWSTR);
-  auto toUnix = reinterpret_cast<ToUnix>(reinterpret_cast<void*>(
-      GetProcAddress(GetModuleHandleA("kernel32.dll"), "wine_get_unix_file_name")));
-  const std::wstring wide(path.begin(), path.end());
-  char* unix = toUnix ? toUnix(wide.c_str()) : nullptr;
-  if (!unix) return std::string();
-  const std::string result = unix;
-  HeapFree(GetProcessHeap(), 0, unix);
-  return result;
-}
-
 bool IsLink(const std::string& path) {
   const DWORD attributes = GetFileAttributesA(path.c_str());
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT);
 }
 
-}  // namespace
-
-// A program of the host under Wine, which starts it without a handle to
-// wait on: what it does is waited for instead.
-void RunHostCommand(const std::string& program, const std::string& arguments) {
+// Runs `ln` or `rm` of the host on the host's paths of `paths` under Wine,
+// whose CreateSymbolicLinkW makes no link, and waits until `done`: Wine
+// gives no handle to wait on for a program of the host. False without Wine.
+bool OnTheHost(const std::string& command, const std::vector<std::string>& paths,
+               const std::function<bool()>& done) {
+  using ToUnix = char*(CDECL*)(LPCWSTR);
+  auto toUnix = reinterpret_cast<ToUnix>(reinterpret_cast<void*>(
+      GetProcAddress(GetModuleHandleA("kernel32.dll"), "wine_get_unix_file_name")));
+  if (!toUnix) return false;
+  std::string line = "Z:\\bin\\" + command;
+  for (const std::string& path : paths) {
+    char* host = toUnix(std::wstring(path.begin(), path.end()).c_str());
+    line += " " + std::string(host ? host : "");
+    HeapFree(GetProcessHeap(), 0, host);
+  }
   STARTUPINFOA startup{};
   startup.cb = sizeof(startup);
-  std::string line = "Z:\\bin\\" + program + " " + arguments;
   PROCESS_INFORMATION info{};
-  if (CreateProcessA(nullptr, &line[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                     &info)) {
-    if (info.hProcess) CloseHandle(info.hProcess);
-    if (info.hThread) CloseHandle(info.hThread);
+  if (!CreateProcessA(nullptr, &line[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                      &info)) {
+    return false;
   }
+  for (HANDLE handle : {info.hProcess, info.hThread}) {
+    if (handle) CloseHandle(handle);
+  }
+  for (int attempt = 0; attempt < 500 && !done(); ++attempt) Sleep(10);
+  return done();
 }
 
-bool Await(const std::function<bool()>& done) {
-  for (int attempt = 0; attempt < 500; ++attempt, Sleep(10)) {
-    if (done()) return true;
-  }
-  return false;
-}
+}  // namespace
 
 bool MakeLink(const std::string& link, const std::string& target) {
-  const DWORD kind = GetFileAttributesA(target.c_str()) & FILE_ATTRIBUTE_DIRECTORY
-                         ? SYMBOLIC_LINK_FLAG_DIRECTORY
-                         : 0;
-  if (CreateSymbolicLinkA(link.c_str(), target.c_str(), kind) && IsLink(link)) return true;
-  const std::string hostLink = HostPath(link);
-  const std::string hostTarget = HostPath(target);
-  if (hostLink.empty() || hostTarget.empty()) return false;
-  RunHostCommand("ln", "-sfn " + hostTarget + " " + hostLink);
-  return Await([&] { return GetFileAttributesA(link.c_str()) != INVALID_FILE_ATTRIBUTES; });
+  const bool folder = GetFileAttributesA(target.c_str()) & FILE_ATTRIBUTE_DIRECTORY;
+  if (CreateSymbolicLinkA(link.c_str(), target.c_str(), folder ? SYMBOLIC_LINK_FLAG_DIRECTORY : 0) &&
+      IsLink(link)) {
+    return true;
+  }
+  return OnTheHost("ln -sfn", {target, link},
+                   [&] { return GetFileAttributesA(link.c_str()) != INVALID_FILE_ATTRIBUTES; });
 }
 
 void RemoveLink(const std::string& link) {
   const DWORD attributes = GetFileAttributesA(link.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) return;
   if ((attributes & FILE_ATTRIBUTE_DIRECTORY) && !IsLink(link)) return;  // a folder of its own
-  const std::string hostLink = HostPath(link);
-  if (hostLink.empty()) {
-    if (!RemoveDirectoryA(link.c_str())) DeleteFileA(link.c_str());
-    return;
+  auto gone = [&] { return GetFileAttributesA(link.c_str()) == INVALID_FILE_ATTRIBUTES; };
+  if (!OnTheHost("rm -f", {link}, gone) && !RemoveDirectoryA(link.c_str())) {
+    DeleteFileA(link.c_str());
   }
-  RunHostCommand("rm", "-f " + hostLink);
-  Await([&] { return GetFileAttributesA(link.c_str()) == INVALID_FILE_ATTRIBUTES; });
 }
-
 
 void RemoveTree(const std::string& path) {
   // A link is removed itself: what it points to is none of the test's.
@@ -197,6 +186,23 @@ std::string ReadWholeFile(const std::string& path) {
   std::ostringstream content;
   content << in.rdbuf();
   return content.str();
+}
+
+std::map<std::string, std::string> ReadTree(const std::string& folder) {
+  std::map<std::string, std::string> files;
+  WIN32_FIND_DATAA data;
+  HANDLE find = FindFirstFileA((folder + "\\*").c_str(), &data);
+  for (bool more = find != INVALID_HANDLE_VALUE; more; more = FindNextFileA(find, &data)) {
+    const std::string name = data.cFileName;
+    if (name == "." || name == "..") continue;
+    if (!(data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
+      files[name] = ReadWholeFile(folder + "\\" + name);
+      continue;
+    }
+    for (const auto& file : ReadTree(folder + "\\" + name)) files[name + "\\" + file.first] = file.second;
+  }
+  if (find != INVALID_HANDLE_VALUE) FindClose(find);
+  return files;
 }
 
 void WriteWholeFile(const std::string& path, const std::string& content) {

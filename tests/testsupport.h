@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -87,6 +88,8 @@ class IsolatedTest : public ::testing::Test {
 };
 
 std::string ReadWholeFile(const std::string& path);
+// Every file below `folder` by its path below it, with its bytes.
+std::map<std::string, std::string> ReadTree(const std::string& folder);
 // The file's lines without their line ends; none for a missing file.
 std::vector<std::string> ReadLines(const std::string& path);
 void WriteWholeFile(const std::string& path, const std::string& content);
