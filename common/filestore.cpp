@@ -290,15 +290,17 @@ File& StoreStep::State::Edit(const std::wstring& target, bool copy) {
     if (!IsMissing(GetLastError())) file.refusal = GetLastError();
     return file;
   }
-  BY_HANDLE_FILE_INFORMATION information{};
-  if (!GetFileInformationByHandle(original.get(), &information)) {
+  FILE_BASIC_INFO basic{};
+  FILE_STANDARD_INFO standard{};
+  if (!GetFileInformationByHandleEx(original.get(), FileBasicInfo, &basic, sizeof(basic)) ||
+      !GetFileInformationByHandleEx(original.get(), FileStandardInfo, &standard,
+                                    sizeof(standard))) {
     file.refusal = GetLastError();
     return file;
   }
   // A link, or one name of a file with others, would carry its target's bytes
   // into a file every user reads.
-  if ((information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) ||
-      information.nNumberOfLinks > 1) {
+  if ((basic.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) || standard.NumberOfLinks > 1) {
     file.refusal = ERROR_ACCESS_DENIED;
     return file;
   }
@@ -307,7 +309,7 @@ File& StoreStep::State::Edit(const std::wstring& target, bool copy) {
     return file;
   }
   original.reset();
-  file.attributes = information.dwFileAttributes & kKeptAttributes;
+  file.attributes = basic.FileAttributes & kKeptAttributes;
   file.originalExists = true;
   const Fate fate = NextChange(file.working);
   if (fate == Fate::kLost) return file;

@@ -59,31 +59,10 @@ class ProtectedDescriptor {
 };
 
 // Whether `path` is a link itself: a junction, a symbolic link or a mount
-// point, at a folder's or at a file's name.
+// point, at a folder's or at a file's name (the attributes are the link's own).
 bool IsLink(const std::wstring& path) {
   const DWORD attributes = GetFileAttributesW(path.c_str());
-  if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT)) {
-    return true;
-  }
-  KyGuidUtils::UniqueFile link(CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES,
-                                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                           nullptr, OPEN_EXISTING,
-                                           FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT,
-                                           nullptr));
-  FILE_ATTRIBUTE_TAG_INFO tag{};
-  return link &&
-         GetFileInformationByHandleEx(link.get(), FileAttributeTagInfo, &tag, sizeof(tag)) &&
-         tag.ReparseTag != 0;
-}
-
-DWORD LinkCount(const std::wstring& path) {
-  KyGuidUtils::UniqueFile file(CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES,
-                                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                           nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT,
-                                           nullptr));
-  BY_HANDLE_FILE_INFORMATION information{};
-  return file && GetFileInformationByHandle(file.get(), &information) ? information.nNumberOfLinks
-                                                                       : 1;
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT);
 }
 
 // A level held open without delete sharing can be neither renamed nor
@@ -99,15 +78,15 @@ KyGuidUtils::UniqueFile HoldOpen(const std::wstring& path) {
 // An existing level: never a link; below ProgramData (`takeOver`) also owned
 // by a trusted principal with nobody else able to change what it holds, or
 // taken over when the process is elevated.
-bool CheckLevel(const std::wstring& path, bool takeOver, const wchar_t* function) {
+bool CheckLevel(const std::wstring& path, bool takeOver, const TrustedPrincipals& trusted,
+                const wchar_t* function) {
   if (IsLink(path)) {
     KyLog::Write(KyLog::kError, KYLOG_SITE(function), "Data folder is a link, save nothing: %s", Ansi(path).c_str());
     return false;
   }
   if (!takeOver) return true;
   SecuritySnapshot snapshot;
-  const TrustedPrincipals trusted(Security().ProcessAccount());
-  if (Security().Read(path, snapshot) && IsTrustedFolder(snapshot, trusted)) return true;
+  if (Security().Read(path, true, snapshot) && IsTrustedFolder(snapshot, trusted)) return true;
   if (Security().IsElevated()) {
     KyLog::Write(KyLog::kWarn, KYLOG_SITE(function), "Data folder not trusted, take it over: %s", Ansi(path).c_str());
     const ProtectedDescriptor descriptor(true);
@@ -126,14 +105,14 @@ bool CheckFile(const std::wstring& path, const TrustedPrincipals& trusted) {
     KyLog::Write(KyLog::kError, KYLOG_SITE(kGuardFunction), "File is a link, save nothing: %s", Ansi(path).c_str());
     return false;
   }
-  const DWORD links = LinkCount(path);
-  if (links > 1) {
+  SecuritySnapshot snapshot;
+  const bool read = Security().Read(path, false, snapshot);
+  if (snapshot.links > 1) {
     KyLog::Write(KyLog::kError, KYLOG_SITE(kGuardFunction), "File has %u links, save nothing: %s",
-                 static_cast<unsigned>(links), KyGuidUtils::WideToAnsi(path).c_str());
+                 static_cast<unsigned>(snapshot.links), Ansi(path).c_str());
     return false;
   }
-  SecuritySnapshot snapshot;
-  if (Security().Read(path, snapshot) && IsTrustedFile(snapshot, trusted)) return true;
+  if (read && IsTrustedFile(snapshot, trusted)) return true;
   KyLog::Write(KyLog::kWarn, KYLOG_SITE(kGuardFunction), "File not trusted, set it aside: %s", Ansi(path).c_str());
   if (MoveFileExW(path.c_str(), (path + kSetAsideSuffix).c_str(), MOVEFILE_REPLACE_EXISTING)) {
     return true;
@@ -144,7 +123,7 @@ bool CheckFile(const std::wstring& path, const TrustedPrincipals& trusted) {
 
 }  // namespace
 
-CDataFolderGuard::CDataFolderGuard() {
+CDataFolderGuard::CDataFolderGuard() : m_principals(Security().ProcessAccount()) {
   m_trusted = CheckLevels(CSIDL_COMMON_APPDATA, true) && CheckLevels(CSIDL_APPDATA, false) &&
               CheckFiles();
   KyGuidUtils::RefuseStoreWrites(m_trusted ? 0 : ERROR_ACCESS_DENIED);
@@ -165,7 +144,7 @@ bool CDataFolderGuard::CheckLevels(int csidl, bool takeOver) {
     const std::wstring path = root + levels[i];
     if (!Exists(path)) continue;  // made by EnsureDataFolder when needed
     Hold(path);
-    if (!CheckLevel(path, takeOver, kGuardFunction)) return false;
+    if (!CheckLevel(path, takeOver, m_principals, kGuardFunction)) return false;
   }
   return true;
 }
@@ -177,9 +156,8 @@ bool CDataFolderGuard::CheckFiles() {
     files.push_back(KyGuidUtils::WorkingCopyPath(file));
   }
   files.push_back(GetCommitListPath());
-  const TrustedPrincipals trusted(Security().ProcessAccount());
   for (const std::wstring& file : files) {
-    if (!CheckFile(file, trusted)) return false;
+    if (!CheckFile(file, m_principals)) return false;
   }
   return true;
 }
@@ -209,7 +187,7 @@ bool EnsureDataFolder() {
     // A level made meanwhile by someone else is checked as the guard does.
     const bool ready = Security().CreateFolder(path, descriptor.get(), &error) ||
                        (error == ERROR_ALREADY_EXISTS &&
-                        (!guard || CheckLevel(path, true, kEnsureFunction)));
+                        (!guard || CheckLevel(path, true, guard->Principals(), kEnsureFunction)));
     if (ready) {
       if (guard) guard->Hold(path);
       continue;

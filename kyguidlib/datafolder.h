@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "common/win32raii.h"
+#include "kyguidlib/foldertrust.h"
 
 namespace KyGuid {
 
@@ -41,11 +42,13 @@ class CDataFolderGuard {
   // The levels checked, or made by this update, are held open till it ends.
   void Hold(const std::wstring& path);
   bool Holds(const std::wstring& path) const;
+  const TrustedPrincipals& Principals() const { return m_principals; }
 
  private:
   bool CheckLevels(int csidl, bool takeOver);
   bool CheckFiles();
 
+  TrustedPrincipals m_principals;
   std::vector<KyGuidUtils::UniqueFile> m_held;
   std::vector<std::wstring> m_heldPaths;
   bool m_trusted = true;

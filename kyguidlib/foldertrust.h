@@ -25,11 +25,12 @@ struct AccessEntry {
   std::string sid;
 };
 
-// The owner and DACL of a folder or file.
+// The owner and DACL of a folder or file, and its number of names.
 struct SecuritySnapshot {
   std::string owner;
   bool hasDacl = true;  // a NULL DACL gives everyone every right
   std::vector<AccessEntry> dacl;
+  uint32_t links = 1;   // hard links: a file's other names may be anywhere
 };
 
 // The access rights by which someone could put a file into a folder, take

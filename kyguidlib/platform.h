@@ -41,8 +41,10 @@ class ISecurity {
   virtual bool IsElevated() = 0;
   // The account the process runs as, as a string SID.
   virtual std::string ProcessAccount() = 0;
-  // The owner and DACL of a file or folder; false when they cannot be read.
-  virtual bool Read(const std::wstring& path, SecuritySnapshot& snapshot) = 0;
+  // The owner, the DACL when `withDacl`, and the number of hard links of a
+  // file or folder, not following a link at its name; false when they
+  // cannot be read.
+  virtual bool Read(const std::wstring& path, bool withDacl, SecuritySnapshot& snapshot) = 0;
   // Gives an existing folder the owner and the protected DACL of
   // `descriptor` (a SECURITY_DESCRIPTOR).
   virtual bool Protect(const std::wstring& path, void* descriptor) = 0;

@@ -57,22 +57,32 @@ class Win32SecurityCalls final : public ISecurity {
     return SidText(reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid);
   }
 
-  bool Read(const std::wstring& path, SecuritySnapshot& snapshot) override {
+  bool Read(const std::wstring& path, bool withDacl, SecuritySnapshot& snapshot) override {
+    KyGuidUtils::UniqueFile file(CreateFileW(
+        path.c_str(), READ_CONTROL | FILE_READ_ATTRIBUTES,
+        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+        FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
     PSID owner = nullptr;
     PACL dacl = nullptr;
     PSECURITY_DESCRIPTOR descriptor = nullptr;
-    if (GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT,
-                              OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &owner,
-                              nullptr, &dacl, nullptr, &descriptor) != ERROR_SUCCESS) {
+    const SECURITY_INFORMATION parts =
+        OWNER_SECURITY_INFORMATION | (withDacl ? DACL_SECURITY_INFORMATION : 0);
+    FILE_STANDARD_INFO standard{};
+    if (!file ||
+        GetSecurityInfo(file.get(), SE_FILE_OBJECT, parts, &owner, nullptr,
+                        withDacl ? &dacl : nullptr, nullptr, &descriptor) != ERROR_SUCCESS) {
       return false;
     }
     KyGuidUtils::UniqueLocalMemory held(descriptor);
     snapshot = SecuritySnapshot();
     snapshot.owner = SidText(owner);
-    snapshot.hasDacl = dacl != nullptr;
+    snapshot.hasDacl = !withDacl || dacl != nullptr;
     for (DWORD i = 0; dacl && i < dacl->AceCount; ++i) {
       void* ace = nullptr;
       if (GetAce(dacl, i, &ace)) snapshot.dacl.push_back(ReadEntry(static_cast<ACE_HEADER*>(ace)));
+    }
+    if (GetFileInformationByHandleEx(file.get(), FileStandardInfo, &standard, sizeof(standard))) {
+      snapshot.links = standard.NumberOfLinks;
     }
     return true;
   }

@@ -39,9 +39,9 @@ class FakeSecurity final : public KyGuid::ISecurity {
  public:
   bool IsElevated() override { return elevated; }
   std::string ProcessAccount() override { return kUs; }
-  bool Read(const std::wstring& path, SecuritySnapshot& snapshot) override {
+  bool Read(const std::wstring& path, bool, SecuritySnapshot& snapshot) override {
     const auto named = owners.find(KyGuid::WideToAnsi(path));
-    snapshot = SecuritySnapshot{named == owners.end() ? kUs : named->second, true, {}};
+    snapshot = SecuritySnapshot{named == owners.end() ? kUs : named->second, true, {}, 1};
     if (snapshot.owner == KyGuid::kAdministratorsSid) snapshot.dacl.push_back({true, false, 6, "S-1-5-32-545"});
     return true;
   }
