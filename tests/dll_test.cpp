@@ -4,7 +4,9 @@
 #include <thread>
 #include <vector>
 
+#include "kyguidlib/cguiddllreader.h"
 #include "kyguidlib/guidpaths.h"
+#include "kyguidlib/singletonex.h"
 #include "tests/dlltestsupport.h"
 #include "tests/testsupport.h"
 
@@ -66,30 +68,34 @@ TEST_F(DllTest, ShippedBinariesCarryTheProductVersion) {
             KyGuidTest::RunProcess("kyguid.exe --version").output);
 }
 
-// The reader's buffer rules, as clients of the suite size their buffers.
+// The reader's buffer rules, as clients of the suite size their buffers; the
+// installed-copy reader passes each call on to the copy already loaded, this DLL.
 TEST_F(DllTest, ReaderBufferRulesOfEachGetter) {
   KyGuidTest::MakeDirs(KyGuidTest::MachineProfileDir());
   KyGuidTest::IniWrite(GuidDbPath(), "ActiveGuid", "Guid", "00112233445566778899AABBCCDDEEFF");
-  char narrow[40];
-  memset(narrow, 'X', sizeof(narrow));
-  EXPECT_FALSE(Reader()->GetGuidStringA(narrow, 16));
-  EXPECT_EQ(std::string(16, '\0') + "XXXX", std::string(narrow, 20));
-  EXPECT_TRUE(Reader()->GetGuidStringA(narrow, 32));  // exactly 32: no terminator
-  EXPECT_EQ("00112233445566778899AABBCCDDEEFFX", std::string(narrow, 33));
-  wchar_t wide[40];
-  for (uint64_t count : {32u, 33u}) {  // 33 units always, the 34th from 33 on
-    wmemset(wide, L'X', 40);
-    EXPECT_TRUE(Reader()->GetGuidStringW(wide, count));
-    EXPECT_EQ(std::wstring(L"00112233445566778899AABBCCDDEEFF") + L'\0' +
-                  (count == 33 ? L'\0' : L'X') + L'X',
-              std::wstring(wide, 35));
+  KyGuid::IGuidReader* installed = KyGuidUtils::CSingletonEx<KyGuid::CGuidDllReader>::Instance();
+  for (KyGuid::IGuidReader* reader : {Reader(), installed}) {
+    char narrow[40];
+    memset(narrow, 'X', sizeof(narrow));
+    EXPECT_FALSE(reader->GetGuidStringA(narrow, 16));
+    EXPECT_EQ(std::string(16, '\0') + "XXXX", std::string(narrow, 20));
+    EXPECT_TRUE(reader->GetGuidStringA(narrow, 32));  // exactly 32: no terminator
+    EXPECT_EQ("00112233445566778899AABBCCDDEEFFX", std::string(narrow, 33));
+    wchar_t wide[40];
+    for (uint64_t count : {32u, 33u}) {  // 33 units always, the 34th from 33 on
+      wmemset(wide, L'X', 40);
+      EXPECT_TRUE(reader->GetGuidStringW(wide, count));
+      EXPECT_EQ(std::wstring(L"00112233445566778899AABBCCDDEEFF") + L'\0' +
+                    (count == 33 ? L'\0' : L'X') + L'X',
+                std::wstring(wide, 35));
+    }
+    uint8_t bytes[16];
+    ASSERT_TRUE(reader->GetGuidBytes(bytes, sizeof(bytes)));
+    EXPECT_TRUE(bytes[1] == 0x11 && bytes[15] == 0xFF);  // high nibble first
+    EXPECT_FALSE(reader->GetGuidBytes(bytes, 15) || bytes[14] != 0);
+    EXPECT_FALSE(reader->GetGuidStringW(wide, 31) || reader->GetGuidStringW(nullptr, 64) ||
+                 reader->GetGuidStringA(nullptr, 64) || reader->GetGuidBytes(nullptr, 64));
   }
-  uint8_t bytes[16];
-  ASSERT_TRUE(Reader()->GetGuidBytes(bytes, sizeof(bytes)));
-  EXPECT_TRUE(bytes[1] == 0x11 && bytes[15] == 0xFF);  // high nibble first
-  EXPECT_FALSE(Reader()->GetGuidBytes(bytes, 15) || bytes[14] != 0);
-  EXPECT_FALSE(Reader()->GetGuidStringW(wide, 31) || Reader()->GetGuidStringW(nullptr, 64) ||
-               Reader()->GetGuidStringA(nullptr, 64) || Reader()->GetGuidBytes(nullptr, 64));
 }
 
 TEST_F(DllTest, ReaderCachesOnlyA32DigitGuidAndTheLastGoodOneOutlivesTheFile) {
