@@ -53,9 +53,12 @@ TEST_F(FetcherTest, DiskFetcherCleansFallsBackToSmartMarksSystemDisksAndLogsEach
   m_machine.AddDrive(2);  // opens, but the property query fails
   add(3, "Generic", "", 11).identify = SimulatedMachine::Identify(" ST500", "W3T1", "KC45");
   add(4, "Nvme", "", 17);  // no SMART at all
+  KyGuidSim::SimDrive& shortReply = add(5, "Short", "", 11);
+  shortReply.identify = SimulatedMachine::Identify("S", "S5", "R");
+  shortReply.smartReturnedBytes = 527;  // one byte short of the IDENTIFY reply
   m_machine.AddVolume(L'C').extents = SimulatedMachine::Extents({{3, 1}, {4, 1}, {0, 0}, {300, 1}});
   CDiskFetcher fetcher;
-  ASSERT_EQ(3, fetcher.Fetch());
+  ASSERT_EQ(4, fetcher.Fetch());
   const std::string fetch = "INFO KyGuid::CDiskFetcher::Fetch (cdiskfetcher): Fetch ";
   const std::string smart = "KyGuid::CDiskSmartFetcher::Fetch (cdisksmartfetcher): ";
   const std::string on =
@@ -65,19 +68,38 @@ TEST_F(FetcherTest, DiskFetcherCleansFallsBackToSmartMarksSystemDisksAndLogsEach
                    "WARN KyGuid::CDiskFetcher::FetchDisk (cdiskfetcher): "
                    "IOCTL_STORAGE_QUERY_PROPERTY Disk[2] failed: 1",
                    "INFO " + smart + "SMART fetch disk, PID=ST500, Rev=KC45, SN=W3T1",
-                   "WARN " + smart + "Disk[4] SMART_GET_VERSION failed: 1", fetch + "3 Disks",
+                   "WARN " + smart + "Disk[4] SMART_GET_VERSION failed: 1",
+                   "WARN " + smart + "Disk[5] SMART_RCV_DRIVE_DATA failed: too less data, len=527",
+                   fetch + "4 Disks",
                    on + "Disk[3]", on + "Disk[4]",
                    fetch + "Disk[0]=> Model[Samsung SSD], Revision[FW1], SN[ZJ], Vendor[ATA], "
                            "Bus[7], RemoveMedia[YES], System[NO], Score[45]",
                    fetch + "Disk[3]=> Model[ST500], Revision[KC45], SN[W3T1], Vendor[ATA], "
                            "Bus[11], RemoveMedia[NO], System[YES], Score[100]",
                    fetch + "Disk[4]=> Model[Nvme], Revision[FW1], SN[], Vendor[ATA], Bus[17], "
-                           "RemoveMedia[NO], System[YES], Score[100]"}));
+                           "RemoveMedia[NO], System[YES], Score[100]",
+                   fetch + "Disk[5]=> Model[Short], Revision[FW1], SN[], Vendor[ATA], Bus[11], "
+                           "RemoveMedia[NO], System[NO], Score[90]"}));
   // The query needs no rights, though some drivers answer only after a read.
   std::vector<std::pair<uint32_t, uint32_t>> modes;
   for (const auto& open : m_machine.opens)
     if (open.path == L"\\\\.\\PhysicalDrive3") modes.emplace_back(open.access, open.share);
   EXPECT_EQ(modes, (decltype(modes){{kGenericRead, 1}, {kQueryOnly, 3}, {kReadWrite, 3}}));
+}
+
+TEST_F(FetcherTest, SystemVolumeFailuresNameTheVolumeAndTheError) {
+  KyGuidTest::TestFolders onD("D:\\Data");  // only the data folder's letter is used
+  KyGuid::ScopedPlatform platform({&onD, nullptr, nullptr, nullptr});
+  KyGuidSim::SimVolume& volume = m_machine.AddVolume(L'D');
+  volume.openError = 5;
+  CDiskFetcher().Fetch();
+  volume.openError = 0;  // opens, but has no extents to give
+  CDiskFetcher().Fetch();
+  const std::string fetch = "INFO KyGuid::CDiskFetcher::Fetch (cdiskfetcher): Fetch 0 Disks";
+  const std::string failed =
+      "WARN KyGuid::CDiskFetcher::UpdateSystemMask (cdiskfetcher): UpdateSystemInfo[D:] ";
+  EXPECT_EQ(Log(), (Lines{fetch, failed + "createfile failed: 5", fetch,
+                          failed + "IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS failed: 1"}));
 }
 
 TEST_F(FetcherTest, AdapterFetcherCleansTheNameRatesThroughTheRegistryAndSkipsAddresslessOnes) {
@@ -102,8 +124,15 @@ TEST_F(FetcherTest, AdapterListOverflowIsRetriedOnceWithTwiceTheSizeAndFailuresL
     m_machine.adapterSizeGrowth = growth;
     EXPECT_EQ(growth == 640 ? 9 : 0, CAdapterFetcher().Fetch());
   }
+  m_machine.adapterQueryError = 87;
+  EXPECT_EQ(0, CAdapterFetcher().Fetch());
+  m_machine.adapterApiMissing = true;
+  EXPECT_EQ(0, CAdapterFetcher().Fetch());
   const std::string query = "ERROR KyGuid::CIpHelpFetcher::QueryAdapter (ciphelpfetcher): ";
-  EXPECT_EQ(1, Said(query + "GetAdaptersInfo failed: 111"));
+  for (const char* failed : {"GetAdaptersInfo failed: 111", "GetAdaptersInfo failed: 87",
+                             "adapter api failed: maybe iphlpapi.dll miss"}) {
+    EXPECT_EQ(1, Said(query + failed)) << failed;
+  }
 }
 
 // What Wine's WMI lists for every network adapter.
