@@ -24,15 +24,15 @@ using Lines = std::vector<std::string>;
 class FetcherTest : public KyGuidTest::IsolatedTest {
  protected:
   // The log as support searches it, "LEVEL Function (file): text", without the folder
-  // all sources share and the TRACE marks of a function's entry.
-  Lines Log() const {
+  // all sources share and the TRACE marks of a function's entry; or those marks alone.
+  Lines Log(bool entries = false) const {
     static const std::regex kLine(
         R"(\S+ \S+ (\w+) \[.*?\] (.*) \(ftcommon\\kyguid\\kyguidlib\\(.*):\d+\) err=0: (.*))");
     Lines said;
     for (const std::string& line : LogLines()) {
       // A line of another shape stays whole, and so fails any comparison.
       const std::string item = std::regex_replace(line, kLine, "$1 $2 ($3): $4");
-      if (!std::regex_search(item, std::regex(": enter$"))) said.push_back(item);
+      if (std::regex_search(item, std::regex(": enter$")) == entries) said.push_back(item);
     }
     return said;
   }
@@ -291,6 +291,14 @@ TEST_F(FetcherTest, RandomIdentityIsMadeOnceInHddDbWhenNoDriveAnswersAndReadByBo
                        "ReadPhysicalDriveRand read db serialNumber=, modelNumber=, revisionNumber=",
                    "INFO" + rand + "ReadPhysicalDriveRand Rand " + made,
                    "INFO" + identify + "GetPhysicsDriveIdentify ReadPhysicalDriveRand " + made}));
+  Lines entered;
+  for (const char* function : {"GetPhysicsDriveIdentify", "ReadPhysicalDriveInNTWithAdminRights",
+                               "ReadIdeDriveAsScsiDriveInNT", "ReadPhysicalDriveInNTWithZeroRights",
+                               "ReadPhysicalDriveInNTUsingSmart", "ReadPhysicalDriveRand",
+                               "RandString", "RandString", "RandString"}) {
+    entered.push_back("TRACE" + In(function) + "enter");
+  }
+  EXPECT_EQ(Log(true), entered);
   ASSERT_TRUE(CHddFetcher().GetPhysicsDriveIdentify(again[0], again[1], again[2], drives));
   EXPECT_EQ(again[0] + again[1] + again[2], serial + model + revision);
   DiskInfo disk;
@@ -298,6 +306,16 @@ TEST_F(FetcherTest, RandomIdentityIsMadeOnceInHddDbWhenNoDriveAnswersAndReadByBo
   EXPECT_EQ(1, Said("INFO KyGuid::CAncientDiskFetcher::ReadRandDisk (ancientdiskfetcher): fetch "
                     "ancient rand disk, PID=" +
                     model + ", Rev=" + revision + ", SN=" + serial));
+  // A file that lacks any of the three is no identity: all three are made anew.
+  const char* keys[] = {"SerialNumber", "ModelNumber", "RevisionNumber"};
+  for (const char* missing : keys) {
+    std::string file = "[HDD]\r\n";
+    for (const char* key : keys) file += key == missing ? "" : std::string(key) + "=kept\r\n";
+    KyGuidTest::WriteWholeFile(ProfileDir() + "\\HDD.db", file);
+    EXPECT_EQ(0, CAncientDiskFetcher::ReadRandDisk(disk)) << missing;
+    ASSERT_TRUE(CHddFetcher().GetPhysicsDriveIdentify(again[0], again[1], again[2], drives));
+    EXPECT_TRUE(IsRandText(again[0]) && IsRandText(again[1]) && IsRandText(again[2])) << missing;
+  }
 }
 
 TEST(RandStringTest, LettersFromOneSequenceForTheWholeProcess) {
