@@ -1,6 +1,8 @@
 // The earlier scheme's sequence id: when the cache in GlobalMgr.db is kept or
 // recomputed, its backup, the change list in GuidList.db, and the Global.db id
 // of a machine without a MAC (the builder's golden files show a first update).
+#include <map>
+
 #include "common/md5.h"
 #include "kyguidlib/td/seqidgenerator.h"
 #include "tests/testsupport.h"
@@ -72,6 +74,8 @@ class SeqIdTest : public KyGuidTest::IsolatedTest {
 };
 
 TEST_F(SeqIdTest, CacheIsKeptOrRecomputedAsTheHardwareChanged) {
+  const std::string markers = m_temp->Path() + "\\stuck.txt";
+  SetEnvironmentVariableA("KYSTUCK_FILE", markers.c_str());
   const std::string m = Md5Hex(kA), d = Md5Hex(kDA), c = Md5Hex(kCpuA);
   const std::string cur = CacheText(kCachedId, m, d, c), rebuilt = Md5Hex(kA + kDA);
   auto now = [](auto mac, auto hd) { return CacheText(kCachedId, mac, hd, ""); };
@@ -115,6 +119,26 @@ TEST_F(SeqIdTest, CacheIsKeptOrRecomputedAsTheHardwareChanged) {
   // Support tools parse this line as it is: one placeholder, the MAC digest.
   EXPECT_EQ(1, CountLog("commondata IsFoundMac tFileCpuidMd5=" + m +
                         ", IsFoundHd tFilePhyDriverMd5"));
+  // The stuck monitor sees every method of the history files enter and leave
+  // under the name support knows it by.
+  SetEnvironmentVariableA("KYSTUCK_FILE", nullptr);
+  std::map<std::string, int> inside, expected;  // by name: entries less exits
+  for (const std::string& line : KyGuidTest::ReadLines(markers)) {
+    const bool enter = line.rfind("enter ", 0) == 0, leave = line.rfind("leave ", 0) == 0;
+    inside[line.substr(6)] += enter ? 1 : leave ? -1 : 100;  // any other line fails
+  }
+  for (const char* name : {"SetPath", "ResetGuidInfo", "ResetHddCpu", "RecordMacList",
+                           "RecordHDList", "RecordCpu", "RecordGuidList", "SaveGuidList",
+                           "SaveMacList", "SaveHDList", "SaveCpu", "SaveToFileHWList", "IsFoundMac",
+                           "IsFoundHd", "CreateGuidInfoFile"}) {
+    expected[std::string("CGuidInfo::") + name] = 0;
+  }
+  for (const char* name : {"SetPath", "IsFileOk", "CreateGuidListFile", "ResetGuidList",
+                           "SetOldGuid", "SetCurGuid", "SaveToGuidListFile", "SetGuidChangeFlage",
+                           "ReadFileCurGuid"}) {
+    expected[std::string("CGuidList::") + name] = 0;
+  }
+  EXPECT_EQ(expected, inside);
 }
 
 // The cache is rewritten from its start without truncation, as older
