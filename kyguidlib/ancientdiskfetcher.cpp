@@ -19,7 +19,6 @@ constexpr wchar_t kUsingSmart[] = L"KyGuid::CAncientDiskFetcher::FetchUsingSmart
 constexpr wchar_t kWithZeroRights[] = L"KyGuid::CAncientDiskFetcher::FetchWithZeroRights";
 constexpr wchar_t kAsScsiDrive[] = L"KyGuid::CAncientDiskFetcher::FetchAsScsiDrive";
 constexpr wchar_t kReadRandDisk[] = L"KyGuid::CAncientDiskFetcher::ReadRandDisk";
-constexpr wchar_t kCalcDiskGuid[] = L"KyGuid::CAncientDiskFetcher::CalcDiskGuid";
 
 // A reply buffer that ends before the firmware revision field (byte 46)
 // carries no identity.
@@ -147,13 +146,7 @@ int CAncientDiskFetcher::ReadRandDisk(DiskInfo& disk) {
 std::string CAncientDiskFetcher::CalcDiskGuid(const std::string& productId,
                                               const std::string& revision,
                                               const std::string& serialNumber) {
-  std::string guid = KyGuid::CalcDiskGuid(productId, revision, serialNumber);
-  if (KyLog::IsEnabled(KyLog::kTrace)) {
-    const std::string joined = serialNumber + productId + revision;
-    KyLog::Write(KyLog::kTrace, KYLOG_SITE(kCalcDiskGuid), "Calc disk Guid: %s-->%s",
-                 joined.c_str(), guid.c_str());
-  }
-  return guid;
+  return KyGuid::CalcDiskGuid(productId, revision, serialNumber);
 }
 
 const DiskInfo* CAncientDiskFetcher::FindDiskByGuid(const std::vector<DiskInfo>& disks,

@@ -69,6 +69,19 @@ int CGuidProfile::LoadGuidInfo(GuidRecord& out) const {
   return TRUE;
 }
 
+void CGuidProfile::SaveBuild(const GuidRecord& record, const GuidRecord* replaced,
+                             const std::vector<DiskInfo>& disks,
+                             const std::vector<AdapterInfo>& adapters) const {
+  KyGuidUtils::StoreStep step(GetCommitListPath());
+  SaveGuidInfo(GuidDb::kActiveSection, record, nullptr);
+  const std::string section = GuidDb::BuildSection(record.CreateIndex);
+  if (replaced) SaveGuidInfo(section, *replaced, GuidDb::kReplacedPrefix);
+  SaveGuidInfo(section, record, nullptr);
+  SaveDiskList(section, disks);
+  SaveAdapterList(section, adapters);
+  step.Commit();
+}
+
 void CGuidProfile::SaveGuidInfo(const std::string& section, const GuidRecord& record,
                                 const char* keyPrefix) const {
   if (GuidDb::WriteRecord(m_path, section, record, keyPrefix ? keyPrefix : "")) return;

@@ -32,6 +32,14 @@ class CGuidProfile {
   int SaveDiskList(const std::string& section, const std::vector<DiskInfo>& disks) const;
   int SaveAdapterList(const std::string& section, const std::vector<AdapterInfo>& adapters) const;
 
+  // One build as one step of the store: `record` in force, and in its
+  // "Build%d" section `replaced` as "Old" (when given), `record` and the
+  // present devices. A crash leaves the old record or the new one, never a
+  // record without its keys.
+  void SaveBuild(const GuidRecord& record, const GuidRecord* replaced,
+                 const std::vector<DiskInfo>& disks,
+                 const std::vector<AdapterInfo>& adapters) const;
+
   // The first adapter entry of the recent builds that contains `text`,
   // walking back from the active CreateIndex over at most five sections.
   std::string FindBuildAdapter(const std::string& text) const;

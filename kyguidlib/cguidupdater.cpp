@@ -97,8 +97,8 @@ uint32_t CGuidUpdater::UpdateNow() {
 
 BOOL CGuidUpdater::BuildGuidNow(char* buffer, uint32_t size) {
   try {
-    std::unique_ptr<CGuidBuilder> builder = std::make_unique<CGuidBuilder>(false);
-    builder->UpdateNewGuid();
+    std::unique_ptr<CGuidBuilder> builder = std::make_unique<CGuidBuilder>();
+    builder->DecideNewGuid();
     const std::string& guid = builder->NewInfo().Guid;
     if (!buffer || guid.empty() || guid.size() >= size) return FALSE;
     return strcpy_s(buffer, size, guid.c_str()) == 0;
@@ -212,7 +212,7 @@ int CGuidUpdater::RunUpdate(UpdateCaller caller, const KyLog::Site& resultSite) 
   // fail, the update writes nothing.
   const CDataFolderGuard guard;
   if (guard.Trusted()) RecoverStore();
-  std::unique_ptr<CGuidBuilder> builder = std::make_unique<CGuidBuilder>(true);
+  std::unique_ptr<CGuidBuilder> builder = std::make_unique<CGuidBuilder>();
   const int result = builder->UpdateNewGuid();
   const std::string ancientGuid = RefreshLegacyId(result, *builder);
   CGuidReporter reporter;

@@ -4,6 +4,7 @@
 #include <iterator>
 #include <string>
 
+#include "common/kylog.h"
 #include "common/md5.h"
 #include "common/strutil.h"
 
@@ -220,7 +221,13 @@ int ScoreAdapters(std::vector<AdapterInfo>& adapters) {
 
 std::string CalcDiskGuid(const std::string& productId, const std::string& revision,
                          const std::string& serialNumber) {
-  return KyGuidUtils::Md5Hex(serialNumber + productId + revision);
+  const std::string joined = serialNumber + productId + revision;
+  std::string guid = KyGuidUtils::Md5Hex(joined);
+  // Logged under the ancient disk fetcher, whose rule this is.
+  constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\ancientdiskfetcher";
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(L"KyGuid::CAncientDiskFetcher::CalcDiskGuid"),
+               "Calc disk Guid: %s-->%s", joined.c_str(), guid.c_str());
+  return guid;
 }
 
 }  // namespace KyGuid

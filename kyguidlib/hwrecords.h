@@ -87,8 +87,8 @@ uint32_t ClassifyAdapter(const AdapterInfo& adapter, const std::string& pnpInsta
 // score as best. Returns its position, -1 for an empty list.
 int ScoreAdapters(std::vector<AdapterInfo>& adapters);
 
-// The disk GUID of the earlier identifier scheme: MD5 of serial, model and
-// revision run together, which is how that scheme recognised a disk.
+// The disk GUID of the legacy scheme: MD5 of serial, model and revision run
+// together, which is how that scheme recognised a disk. Logged at TRACE.
 std::string CalcDiskGuid(const std::string& productId, const std::string& revision,
                          const std::string& serialNumber);
 

@@ -29,7 +29,7 @@ class BuilderTest : public KyGuidTest::IsolatedTest {
  protected:
   // An update as the updater runs it: the build, then the legacy refresh.
   int Update() {
-    m_builder = std::make_unique<CGuidBuilder>(true);
+    m_builder = std::make_unique<CGuidBuilder>();
     const int result = m_builder->UpdateNewGuid();
     m_legacyId = KyMacID::GetSequenceID(m_builder->NewInfo().Guid);
     return result;
@@ -54,7 +54,7 @@ class BuilderTest : public KyGuidTest::IsolatedTest {
     old.CreateIndex = storedIndex;
     old.Version = storedVersion;
     KyGuid::CGuidProfile().SaveGuidInfo("ActiveGuid", old, nullptr);
-    CGuidBuilder builder(true);
+    CGuidBuilder builder;
     ASSERT_EQ(result, builder.UpdateNewGuid());
     KyGuid::CGuidUpdater::LogUpdateResult({L"", 0, L""}, result, builder);
     EXPECT_EQ(createIndex, Active("CreateIndex"));

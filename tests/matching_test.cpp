@@ -145,7 +145,7 @@ class MatchingScenarioTest : public KyGuidTest::IsolatedTest,
                              public ::testing::WithParamInterface<Scenario> {
  protected:
   int Update() {
-    CGuidBuilder builder(true);
+    CGuidBuilder builder;
     int result = builder.UpdateNewGuid();
     m_newGuid = builder.NewInfo().Guid;
     return result;
@@ -270,7 +270,7 @@ TEST_P(AncientBindingTest, FirstUpdateOutcome) {
     KyGuidTest::WriteWholeFile(folder + "\\HDD.db", "[HDD]\r\nSerialNumber=Rand_SerialXyz\r\n"
                                "ModelNumber=Rand_ModelAbc\r\nRevisionNumber=Rand_RevQq\r\n");
   }
-  EXPECT_EQ(c.result, CGuidBuilder(true).UpdateNewGuid());
+  EXPECT_EQ(c.result, CGuidBuilder().UpdateNewGuid());
   const std::string path = GuidDbPath();
   auto active = [&](const char* key) { return IniRead(path, "ActiveGuid", key); };
   EXPECT_EQ("2", active("Version"));

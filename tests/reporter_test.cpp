@@ -36,7 +36,7 @@ class ReporterTest : public KyGuidTest::IsolatedTest {
     return report;
   }
   std::string Active(const char* key) { return IniRead(GuidDbPath(), "ActiveGuid", key); }
-  KyGuid::CGuidBuilder m_builder{true};
+  KyGuid::CGuidBuilder m_builder;
 };
 
 TEST_F(ReporterTest, ReplacementReportHoldsEveryFieldInOrderAndOnlySuchRunsHaveOrgFields) {

@@ -183,8 +183,8 @@ int Expect() {
   for (char identity : {'a', 'b'}) {
     SimulatedMachine* machine = MakeMachine(identity);
     KyGuid::ScopedPlatform platform(KyGuid::Platform{nullptr, nullptr, machine});
-    KyGuid::CGuidBuilder builder(false);
-    builder.UpdateNewGuid();
+    KyGuid::CGuidBuilder builder;
+    builder.DecideNewGuid();
     printf("%c %s\n", identity, builder.NewInfo().Guid.c_str());
   }
   return 0;

@@ -81,7 +81,7 @@ TEST_F(UpdaterTest, SynchronousUpdateLogsItsResultWhereItRanAndGivesTheRightBack
 }
 
 TEST_F(UpdaterTest, EachResultHasALineOfItsOwn) {
-  const KyGuid::CGuidBuilder builder(false);  // never run: both GUIDs empty
+  const KyGuid::CGuidBuilder builder;  // never run: both GUIDs empty
   std::string messages;
   for (int result : {-1, 0, 1, 2, 3, 4, 7}) {  // 7: one no update gives
     CGuidUpdater::LogUpdateResult({L"tests", 1, L"UpdateProc"}, result, builder);

@@ -99,8 +99,8 @@ int BuildThroughLibrary(std::string& guid) {
 int BuildOnMachine(const std::string& machineFile, std::string& guid) {
   WhatIfMachine machine;
   if (!machine.Install(machineFile)) return kExitBadMachineFile;
-  KyGuid::CGuidBuilder builder(false);
-  builder.UpdateNewGuid();
+  KyGuid::CGuidBuilder builder;
+  builder.DecideNewGuid();
   guid = builder.NewInfo().Guid;
   return kExitOk;
 }

@@ -34,7 +34,7 @@ Outcome OutcomeOf(int result) {
 // The matching table is consulted for a record from Guid.db (or for none);
 // an ancient record is bound by its legacy values instead.
 bool AncientPath(const CGuidBuilder& builder) {
-  return builder.LastMatch().row == 0 && !builder.ActiveInfo().Guid.empty();
+  return builder.Plan().fromAncient;
 }
 
 const char* SourceOf(const CGuidBuilder& builder) {
@@ -127,8 +127,8 @@ void PrintJson(const CGuidBuilder& builder, int result) {
 int ExplainCommand(const Options& options) {
   WhatIfMachine machine;
   if (!machine.Install(options.machineFile)) return kExitBadMachineFile;
-  CGuidBuilder builder(false);
-  const int result = builder.UpdateNewGuid();
+  CGuidBuilder builder;
+  const int result = builder.DecideNewGuid();
   if (options.json) {
     PrintJson(builder, result);
   } else {
