@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "common/filestore.h"
@@ -17,8 +18,8 @@ namespace {
 
 constexpr wchar_t kLogSourcePath[] = L"ftcommon\\kyguid\\kyguidlib\\cguidprofile";
 constexpr DWORD kValueBufferSize = 4096;
-// Far above the adapters of any machine.
-constexpr unsigned kMaxListEntries = 1024;
+// Far above the adapter list of any machine.
+constexpr size_t kMaxSectionBytes = 1 << 20;
 
 }  // namespace
 
@@ -109,20 +110,45 @@ std::string CGuidProfile::FindBuildAdapter(const std::string& text) const {
   int index = KyGuidUtils::ReadIniInt(m_path, kActiveSection, Key::CreateIndex, -1);
   for (int walked = 0; walked < kRingSize && index >= 0; ++walked, --index) {
     const std::string section = BuildSection(index);
-    unsigned count = static_cast<unsigned>(
+    const unsigned count = static_cast<unsigned>(
         KyGuidUtils::ReadIniInt(m_path, section.c_str(), kAdapterList.count, 0));
-    // The count comes from a file anyone may have written: 4294967295 would
-    // keep an update reading the file for hours. Saved lists have no gaps,
-    // so the first missing entry ends the list whatever the count says.
-    for (unsigned j = 0; j < count && j < kMaxListEntries; ++j) {
+    for (unsigned j : AdapterEntryNumbers(section, count, text.empty())) {
       const std::string key = kAdapterList.entry + std::to_string(j);
       std::string entry =
           KyGuidUtils::ReadIniString(m_path, section.c_str(), key.c_str(), kValueBufferSize);
-      if (entry.empty()) break;
       if (entry.find(text) != std::string::npos) return entry;
     }
   }
   return std::string();
+}
+
+// Every entry number below the count is looked at, gaps and all, but only
+// those that stand in the section: an absent entry reads as empty and can hold
+// no text, and the count comes from a file anyone may have written, where
+// 4294967295 would keep an update reading for hours. Empty text is found in
+// the first entry, present or not.
+std::vector<unsigned> CGuidProfile::AdapterEntryNumbers(const std::string& section,
+                                                        unsigned count, bool emptyText) const {
+  std::vector<unsigned> numbers;
+  if (emptyText && count > 0) numbers.push_back(0);
+  const std::string prefix = GuidDb::kAdapterList.entry;
+  for (const auto& entry : KyGuidUtils::ReadIniSection(m_path, section.c_str(), kMaxSectionBytes)) {
+    std::string key = entry.first;
+    KyGuidUtils::TrimLeadingBlanks(key);
+    KyGuidUtils::TrimTrailingBlanks(key);
+    if (key.size() <= prefix.size() || key.size() > prefix.size() + 10) continue;
+    if (_strnicmp(key.c_str(), prefix.c_str(), prefix.size()) != 0) continue;
+    const std::string digits = key.substr(prefix.size());
+    if (digits.find_first_not_of("0123456789") != std::string::npos) continue;
+    const unsigned long long number = std::stoull(digits);
+    // The profile functions find "Adapter7" only under that very name.
+    if (number < count && std::to_string(number) == digits) {
+      numbers.push_back(static_cast<unsigned>(number));
+    }
+  }
+  std::sort(numbers.begin(), numbers.end());
+  numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+  return numbers;
 }
 
 }  // namespace KyGuid

@@ -45,6 +45,9 @@ class CGuidProfile {
   std::string FindBuildAdapter(const std::string& text) const;
 
  private:
+  std::vector<unsigned> AdapterEntryNumbers(const std::string& section, unsigned count,
+                                            bool emptyText) const;
+
   std::string m_path;
 };
 

@@ -1,11 +1,8 @@
-// The builder on simulated machines: the exact files a first update leaves,
-// and where every later build goes in the ring of Guid.db.
+// The builder on a simulated machine: the exact files a first update leaves.
 #include <cstdlib>
 
 #include "common/md5.h"
 #include "kyguidlib/cguidbuilder.h"
-#include "kyguidlib/cguidprofile.h"
-#include "kyguidlib/cguidupdater.h"
 #include "kyguidlib/td/seqidgenerator.h"
 #include "tests/testsupport.h"
 
@@ -37,31 +34,6 @@ class BuilderTest : public KyGuidTest::IsolatedTest {
   std::string Active(const char* key) { return IniRead(GuidDbPath(), "ActiveGuid", key); }
   std::string Legacy(const std::string& name) {  // headed by its name
     return "; " + name + "\r\n" + ReadWholeFile(ProfileDir() + "\\" + name);
-  }
-
-  // A stored record that no longer matches this machine, replaced by a build
-  // that keeps it as "Old" beside the new record in the section it goes to.
-  void Rebuild(int storedIndex, int storedVersion, bool diskStays, int result,
-               const char* createIndex, const char* section, int reason) {
-    SCOPED_TRACE(createIndex);
-    m_machine = SimulatedMachine();
-    m_machine.AddDrive(0).descriptor =  // not good enough to keep a GUID alone; scores 75
-        SimulatedMachine::Descriptor("", "QEMU HARDDISK", "2.5+", "QM00001", 3, false);
-    m_machine.AddAdapter("{NIC-A}", "Ethernet", {0, 0x11, 0x22, 0xAA, 0xBB, 0xCC}).pnpId = "PCI\\A";
-    KyGuid::GuidRecord old;
-    old.Guid = KyGuidUtils::Md5Hex(createIndex);
-    old.DiskKey = diskStays ? "PID:{QEMU HARDDISK}SN:{QM00001}" : "PID:{Gone}SN:{G1}";
-    old.CreateIndex = storedIndex;
-    old.Version = storedVersion;
-    KyGuid::CGuidProfile().SaveGuidInfo("ActiveGuid", old, nullptr);
-    CGuidBuilder builder;
-    ASSERT_EQ(result, builder.UpdateNewGuid());
-    KyGuid::CGuidUpdater::LogUpdateResult({L"", 0, L""}, result, builder);
-    EXPECT_EQ(createIndex, Active("CreateIndex"));
-    EXPECT_EQ(std::to_string(reason), Active("Reason"));
-    EXPECT_EQ("87", Active("Score"));  // (75 + 100) / 2, rounded down
-    EXPECT_EQ(Active("Guid"), IniRead(GuidDbPath(), section, "Guid"));
-    EXPECT_EQ(old.Guid, IniRead(GuidDbPath(), section, "OldGuid"));
   }
 
   std::unique_ptr<CGuidBuilder> m_builder;
@@ -121,20 +93,6 @@ TEST_F(BuilderTest, FirstUpdateWritesTheGoldenFilesAndLaterOnesKeepItsGuid) {
   EXPECT_EQ(before, ReadWholeFile(GuidDbPath()));
   EXPECT_EQ(1, CountLog("guid match, use it\xA3\xBA " + guid));
   EXPECT_EQ(guid, m_legacyId);
-}
-
-// Only the largest index restarts the ring (instead of overflowing into
-// "Build-3"); any other stored index, negative ones included, counts on.
-TEST_F(BuilderTest, BuildAfterTheLargestCreateIndexRestartsTheRing) {
-  const int same = KyGuid::kResultReplacedSameVersion;
-  Rebuild(2147483647, 2, false, same, "0", "Build0", 3);
-  EXPECT_EQ("", IniRead(GuidDbPath(), "Build-3", "Guid"));
-  Rebuild(-5, 2, false, same, "-4", "Build-4", 3);
-  Rebuild(4, 2, false, same, "5", "Build0", 3);  // the sixth build overwrites the first
-  // Replacing an earlier version's record: only the adapter is lost here.
-  Rebuild(2, 1, true, KyGuid::kResultReplacedOtherVersion, "3", "Build3", 2);
-  EXPECT_EQ(1, CountLog("version change[1==>2] guid change: " + KyGuidUtils::Md5Hex("3") +
-                        " ==> " + Active("Guid")));
 }
 
 }  // namespace

@@ -218,9 +218,6 @@ struct AncientCase {
 };
 
 const AncientCase kAncientCases[] = {
-    {"BoundByTheDiskWithTheBestAdapterStandingIn", Desk, kAncient, "unknown mac",
-     KyGuidUtils::Md5Hex("Z9A1B2C3ST1000DM010CC43"), "common", kAdopted, kAdapterLost, kDeskKeys,
-     "Deepmatch can't find adapter: unknown mac"},
     {"BoundByTheMacWithTheBestDiskStandingIn", Desk, kAncient, kDeskMacValue, "unknown disk",
      "common", kAdopted, kDiskLost, kDeskKeys,
      "Deepmatch find adapter[001122aabbcc]-->Guid[" + kDeskMacValue + "]"},
@@ -241,13 +238,6 @@ const AncientCase kAncientCases[] = {
     {"BoundThroughTheRandomIdentityKeptInHddDb", Desk, kAncient, "unknown mac",
      KyGuidUtils::Md5Hex("Rand_SerialXyzRand_ModelAbcRand_RevQq"), "hdd", kAdopted, kAdapterLost,
      kDeskKeys, kAdoptedLine},
-    {"BoundByNothingIsReplacedAsAnotherVersion", Desk, kAncient, "unknown mac", "unknown disk",
-     "common", KyGuid::kResultReplacedOtherVersion, kDiskLost | kAdapterLost, kDeskKeys,
-     "Deepmatch can't find disk: unknown disk"},
-    {"MachineWithoutDisksKeepsAnUnboundAncientGuid",
-     [](Machine& m) { Nic(m, "NIC-B", kMacB, "PCI\\B"); }, kAncient, "unknown mac", "unknown disk",
-     "common", kAdopted, kDiskLost | kAdapterLost, "unknown diskMac:{001a2b3c4d5e}",
-     "nothing match, but local has no disk, no change"},
     {"Config1OfThirtyThreeDigitsIsNoAncientGuid", Desk, std::string(kAncient) + "0",
      kDeskMacValue, "", "common", KyGuid::kResultFirstBuilt, 0, kDeskKeys,
      "Load ancient guid info failed, now try build new guid"},

@@ -58,26 +58,28 @@ TEST_F(ProfileTest, FindBuildAdapterWalksBackFromTheActiveBuildOnly) {
   EXPECT_EQ("", profile.FindBuildAdapter("{n4}"));
 }
 
-// A damaged count once kept an update reading Guid.db four billion times.
-TEST_F(ProfileTest, FindBuildAdapterEndsAtTheFirstMissingEntryWhateverTheCount) {
+// Every entry below the count is read, past a gap; a damaged count, which
+// once kept an update reading Guid.db four billion times, costs nothing.
+TEST_F(ProfileTest, FindBuildAdapterReadsEveryEntryBelowTheCountWhateverItSays) {
   CGuidProfile profile;
   const std::string path = GuidDbPath();
   IniWrite(path, "ActiveGuid", "CreateIndex", "3");
   IniWrite(path, "Build3", "AdapterCount", "4294967295");
   IniWrite(path, "Build3", "Adapter0", "Guid:{n3}Mac:{aa}");
-  IniWrite(path, "Build3", "Adapter2", "Guid:{gap}Mac:{bb}");
+  IniWrite(path, "Build3", "adapter2", "Guid:{gap}Mac:{bb}");
+  IniWrite(path, "Build3", "Adapter04", "Guid:{zero}Mac:{ff}");  // not "Adapter4"
   IniWrite(path, "Build2", "AdapterCount", "-5");
-  IniWrite(path, "Build2", "Adapter0", "Guid:{n2}Mac:{cc}");
+  IniWrite(path, "Build2", "Adapter1", "Guid:{n2}Mac:{cc}");
   IniWrite(path, "Build1", "AdapterCount", "1");
-  IniWrite(path, "Build1", "Adapter0", "Guid:{n1}Mac:{dd}");
   IniWrite(path, "Build1", "Adapter1", "Guid:{stale}Mac:{ee}");  // beyond the count
 
   const DWORD start = GetTickCount();
   EXPECT_EQ("Guid:{n3}Mac:{aa}", profile.FindBuildAdapter("Mac:{aa}"));
-  EXPECT_EQ("", profile.FindBuildAdapter("{gap}"));
+  EXPECT_EQ("Guid:{gap}Mac:{bb}", profile.FindBuildAdapter("{gap}"));
+  EXPECT_EQ("", profile.FindBuildAdapter("{zero}"));
   EXPECT_EQ("Guid:{n2}Mac:{cc}", profile.FindBuildAdapter("Mac:{cc}"));  // -5 reads as huge
-  EXPECT_EQ("Guid:{n1}Mac:{dd}", profile.FindBuildAdapter("Mac:{dd}"));
   EXPECT_EQ("", profile.FindBuildAdapter("{stale}"));
+  EXPECT_EQ("Guid:{n3}Mac:{aa}", profile.FindBuildAdapter(""));
   EXPECT_LT(GetTickCount() - start, 10000u);
 }
 
