@@ -137,6 +137,16 @@ BOOL CGuidReporter::SaveToCache(const ReportFields& report) {
   return TRUE;
 }
 
+CGuidReporter::CacheMark CGuidReporter::LastCached() const {
+  CacheMark mark;
+  if (m_path.empty()) return mark;
+  mark.count = KyGuidUtils::ReadIniInt(m_path, kDescSection, kCountKey, 0);
+  if (mark.count < 1) return mark;
+  const std::string section = SectionName((mark.count - 1) % kCacheSections);
+  mark.lastResult = KyGuidUtils::ReadIniString(m_path, section.c_str(), kResultField, 16);
+  return mark;
+}
+
 int CGuidReporter::LoadFromCache(std::vector<ReportFields>& list) {
   list.clear();
   if (m_path.empty()) return 0;

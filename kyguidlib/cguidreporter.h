@@ -38,6 +38,14 @@ class CGuidReporter {
   BOOL SaveToCache(const ReportFields& report);
   // The fresh ones among the last five cached reports, oldest first.
   int LoadFromCache(std::vector<ReportFields>& list);
+  // The cache's count of reports so far, and the update result the last of
+  // them carries (empty when none): a report cached by an update shows as a
+  // new count.
+  struct CacheMark {
+    int count = 0;
+    std::string lastResult;
+  };
+  CacheMark LastCached() const;
   void MakeReport(int updateResult, const CGuidBuilder& builder, const std::string& ancientGuid,
                   ReportFields& report);
 

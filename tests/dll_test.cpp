@@ -128,7 +128,7 @@ TEST_F(DllTest, BackgroundRunHoldsOffOtherProcessesAndSendsTheCachedReportBefore
   for (int waited = 0; waited < 20000 && CountLog("wait for 60 seconds") == 0; waited += 20)
     Sleep(20);
   const KyGuidTest::ProcessResult busy = KyGuidTest::RunProcess("kyguid.exe update");
-  EXPECT_NE(std::string::npos, busy.output.find("result: 0 (another process is still updating)"))
+  EXPECT_NE(std::string::npos, busy.output.find("result: none (another process is still updating)"))
       << busy.output;
   EXPECT_TRUE(Updater()->StopUpdate());
 

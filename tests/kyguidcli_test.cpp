@@ -49,7 +49,9 @@ TEST_F(KyguidCliTest, EveryCommandOnThisMachineAgreesWithGuidDb) {
   const ProcessResult update = Kyguid("update");
   EXPECT_EQ(0u, update.exitCode) << update.output;
   const std::string guid = KyGuidTest::IniRead(GuidDbPath(), "ActiveGuid", "Guid");
-  EXPECT_EQ("result: 1 (updated)\r\nold:    (none)\r\nnew:    " + guid + "\r\n", update.output);
+  EXPECT_EQ("result: 1 (the first GUID was built)\r\nold:    (none)\r\nnew:    " + guid + "\r\n",
+            update.output);
+  EXPECT_TRUE(Has(Kyguid("update --json"), "\"result\": 0,\r\n  \"meaning\": \"the GUID in force"));
   EXPECT_EQ(guid + "\r\n", Kyguid("read").output);
   EXPECT_EQ("{\r\n  \"guid\": \"" + guid + "\"\r\n}\r\n", Kyguid("build --json").output);
   EXPECT_TRUE(Has(Kyguid("history"), "\nBuild0\r" + Field("  guid", guid)));

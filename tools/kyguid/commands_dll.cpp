@@ -3,15 +3,18 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "common/modules.h"
 #include "common/win32raii.h"
 #include "kyguidlib/cguidbuilder.h"
+#include "kyguidlib/cguidreporter.h"
 #include "kyguidlib/datafolder.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/kyguidapi.h"
 #include "tools/kyguid/cli.h"
+#include "tools/kyguid/describe.h"
 #include "tools/kyguid/jsonwriter.h"
 #include "tools/kyguid/whatif.h"
 
@@ -44,14 +47,28 @@ std::string ReadGuid(KyGuid::IGuidReader* reader) {
   return reader->GetGuidStringA(guid, sizeof(guid)) ? std::string(guid) : std::string();
 }
 
-const char* UpdateMeaning(uint32_t result) {
-  switch (result) {
-    case 1: return "updated";
+// What UpdateNow says when the update did not run in this process.
+const char* CallMeaning(uint32_t call) {
+  switch (call) {
     case 2: return "another process finished an update meanwhile";
     case 0: return "another process is still updating";
     case 0xFFFFFFFFu: return "the update right could not be taken (administrator rights?)";
     default: return "unknown result";
   }
+}
+
+// The update result, from what the run left: a synchronous update caches a
+// report for every result but "kept", so a new report gives the result and
+// none means the GUID was kept. False when the update did not run here.
+bool UpdateResultAfter(uint32_t call, const KyGuid::CGuidReporter::CacheMark& before,
+                       int& result) {
+  if (call != 1) return false;
+  const KyGuid::CGuidReporter::CacheMark after = KyGuid::CGuidReporter().LastCached();
+  result = KyGuid::kResultKept;
+  if (after.count != before.count && !after.lastResult.empty()) {
+    result = atoi(after.lastResult.c_str());
+  }
+  return true;
 }
 
 // An update that cannot write Guid.db would still report a GUID it never
@@ -129,21 +146,34 @@ int UpdateCommand(const Options& options) {
   Library library;
   if (!LoadLibraryInterfaces(library)) return kExitNoLibrary;
   const std::string before = ReadGuid(library.reader);
-  const uint32_t result = library.updater->UpdateNow();
+  const KyGuid::CGuidReporter::CacheMark cached = KyGuid::CGuidReporter().LastCached();
+  const uint32_t call = library.updater->UpdateNow();
   const std::string after = ReadGuid(library.reader);
+  int result = 0;
+  const bool ran = UpdateResultAfter(call, cached, result);
+  const char* meaning = ran ? DescribeResult(result).done : CallMeaning(call);
   if (options.json) {
     JsonWriter json;
-    json.BeginObject().Int("result", static_cast<int32_t>(result));
-    json.String("meaning", UpdateMeaning(result));
+    json.BeginObject();
+    if (ran) {
+      json.Int("result", result);
+    } else {
+      json.Null("result");
+    }
+    json.String("meaning", meaning);
     WriteGuidOrNull(json, "oldGuid", before);
     WriteGuidOrNull(json, "newGuid", after);
     printf("%s\n", json.EndObject().Text().c_str());
   } else {
-    printf("result: %d (%s)\n", static_cast<int>(result), UpdateMeaning(result));
+    if (ran) {
+      printf("result: %d (%s)\n", result, meaning);
+    } else {
+      printf("result: none (%s)\n", meaning);
+    }
     printf("old:    %s\n", before.empty() ? "(none)" : before.c_str());
     printf("new:    %s\n", after.empty() ? "(none)" : after.c_str());
   }
-  if (result != 1 && result != 2) return kExitNoGuid;
+  if (call != 1 && call != 2) return kExitNoGuid;
   return after.empty() ? kExitNoGuid : kExitOk;
 }
 

@@ -13,24 +13,6 @@ namespace {
 
 using KyGuid::CGuidBuilder;
 
-struct Outcome {
-  const char* word;
-  const char* decision;
-};
-
-Outcome OutcomeOf(int result) {
-  switch (result) {
-    case KyGuid::kResultKept: return {"kept", "keep the GUID in force"};
-    case KyGuid::kResultFirstBuilt: return {"built", "build the first GUID"};
-    case KyGuid::kResultAncientAdopted: return {"adopted", "adopt the ancient GUID"};
-    case KyGuid::kResultReplacedSameVersion:
-      return {"rebuilt", "rebuild: a new GUID replaces one of the same version"};
-    case KyGuid::kResultReplacedOtherVersion:
-      return {"rebuilt", "rebuild: a new GUID replaces one of another version"};
-    default: return {"none", "no GUID: there is no disk, no adapter and no GUID in force"};
-  }
-}
-
 // The matching table is consulted for a record from Guid.db (or for none);
 // an ancient record is bound by its legacy values instead.
 bool AncientPath(const CGuidBuilder& builder) {
@@ -77,7 +59,7 @@ void PrintText(const std::string& hardware, const CGuidBuilder& builder, int res
   PrintField(0, "bound adapter", BoundAdapterText(builder));
   PrintField(0, "matching row", RowText(builder));
   PrintField(0, "decision",
-             std::string(OutcomeOf(result).decision) + " (result " + std::to_string(result) + ")");
+             std::string(DescribeResult(result).decision) + " (result " + std::to_string(result) + ")");
   if (result == KyGuid::kResultKept) {
     PrintField(0, "guid", builder.NewInfo().Guid);
   } else {
@@ -114,8 +96,8 @@ void PrintJson(const CGuidBuilder& builder, int result) {
   json.BeginObject("match").Int("row", match.row).Bool("keep", match.keep);
   json.String("text", RowText(builder)).EndObject();
   json.Int("result", result)
-      .String("outcome", OutcomeOf(result).word)
-      .String("decision", OutcomeOf(result).decision)
+      .String("outcome", DescribeResult(result).word)
+      .String("decision", DescribeResult(result).decision)
       .String("guid", builder.NewInfo().Guid);
   WriteRecord(json, "newRecord", builder.NewInfo());
   json.Bool("written", false).EndObject();

@@ -5,6 +5,7 @@
 
 #include "kyguidlib/cadapterfetcher.h"
 #include "kyguidlib/cguidbuilder.h"
+#include "kyguidlib/guiddecision.h"
 
 namespace KyGuidCli {
 namespace {
@@ -108,6 +109,26 @@ std::string RatingText(uint32_t type) { return Numbered(type, RatingName(type));
 
 std::string BuildText(int createIndex) {
   return createIndex < 0 ? "none" : std::to_string(createIndex);
+}
+
+ResultText DescribeResult(int result) {
+  switch (result) {
+    case KyGuid::kResultKept:
+      return {"kept", "keep the GUID in force", "the GUID in force still fits this machine: kept"};
+    case KyGuid::kResultFirstBuilt:
+      return {"built", "build the first GUID", "the first GUID was built"};
+    case KyGuid::kResultAncientAdopted:
+      return {"adopted", "adopt the ancient GUID", "the ancient GUID was adopted"};
+    case KyGuid::kResultReplacedSameVersion:
+      return {"rebuilt", "rebuild: a new GUID replaces one of the same version",
+              "rebuilt: a new GUID replaced one of the same version"};
+    case KyGuid::kResultReplacedOtherVersion:
+      return {"rebuilt", "rebuild: a new GUID replaces one of another version",
+              "rebuilt: a new GUID replaced one of another version"};
+    default:
+      return {"none", "no GUID: there is no disk, no adapter and no GUID in force",
+              "no GUID: there is no disk, no adapter and no GUID in force"};
+  }
 }
 
 void PrintField(int indent, const std::string& label, const std::string& value) {

@@ -23,6 +23,15 @@ std::string RatingText(uint32_t type);
 // A GUID record's build number; "none" below 0.
 std::string BuildText(int createIndex);
 
+// An update result (-1 to 4) in words: one word, what a decision would do
+// (explain) and what an update did (update).
+struct ResultText {
+  const char* word;
+  const char* decision;
+  const char* done;
+};
+ResultText DescribeResult(int result);
+
 // One "label  value" line; an empty value shows as "(empty)".
 void PrintField(int indent, const std::string& label, const std::string& value);
 
