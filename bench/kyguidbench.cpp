@@ -319,6 +319,195 @@ std::vector<UpdateFigures> MeasureUpdates() {
   return updates;
 }
 
+namespace {
+
+struct Figures {
+  AgainstFloor againstFloor{};
+  double profileNs = 0, registryNs = 0;
+  std::vector<double> perSecond, floorPerSecond;  // 1, 2 and 4 threads
+  long fastPathAllocations = 0;
+  std::vector<UpdateFigures> updates;
+  double dllKb = 0, privateKb = 0, workingKb = 0;
+};
+
+// The DLL loaded and read once, measured before anything else of it is
+// loaded: its size on disk and what loading it costs the process.
+KyGuid::IGuidReader* LoadMeasured(const std::string& dllPath, Figures& figures) {
+  WIN32_FILE_ATTRIBUTE_DATA dllData{};
+  GetFileAttributesExA(dllPath.c_str(), GetFileExInfoStandard, &dllData);
+  PROCESS_MEMORY_COUNTERS_EX before{}, after{};
+  GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&before),
+                       sizeof(before));
+  HMODULE library = LoadLibraryA(dllPath.c_str());
+  auto getReader = reinterpret_cast<GetGuidReaderFn>(
+      reinterpret_cast<void*>(GetProcAddress(library, "GetGuidReader")));
+  if (!getReader) return nullptr;
+  KyGuid::IGuidReader* reader = getReader();
+  char text[33] = {};
+  reader->GetGuidStringA(text, sizeof(text));
+  GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&after),
+                       sizeof(after));
+  figures.dllKb = dllData.nFileSizeLow / 1024.0;
+  figures.privateKb = (static_cast<double>(after.PrivateUsage) - before.PrivateUsage) / 1024.0;
+  figures.workingKb = (static_cast<double>(after.WorkingSetSize) - before.WorkingSetSize) / 1024.0;
+  return reader;
+}
+
+// The reader against its floor, the profile read and the registry.
+void MeasureReads(KyGuid::IGuidReader* reader, const std::string& guidDb, Figures& figures) {
+  HKEY key = nullptr;
+  RegCreateKeyExA(HKEY_CURRENT_USER, "Software\\KyGuidBench", 0, nullptr, 0, KEY_ALL_ACCESS,
+                  nullptr, &key, nullptr);
+  RegSetValueExA(key, "MachineGuid", 0, REG_SZ, reinterpret_cast<const BYTE*>(kBenchGuid), 33);
+  RegCloseKey(key);
+  char buffer[256];
+  char text[33] = {};
+  WIN32_FILE_ATTRIBUTE_DATA attributes;
+  figures.againstFloor = MeasureAgainstFloor(
+      50000, [&] { GetFileAttributesExA(guidDb.c_str(), GetFileExInfoStandard, &attributes); },
+      [&] { reader->GetGuidStringA(text, sizeof(text)); });
+  figures.profileNs = NsPerCall(3000, [&] {
+    GetPrivateProfileStringA("ActiveGuid", "Guid", "", buffer, sizeof(buffer), guidDb.c_str());
+  });
+  figures.registryNs = NsPerCall(20000, [&] {
+    DWORD size = sizeof(buffer);
+    RegGetValueA(HKEY_CURRENT_USER, "Software\\KyGuidBench", "MachineGuid", RRF_RT_REG_SZ,
+                 nullptr, buffer, &size);
+  });
+  RegDeleteKeyA(HKEY_CURRENT_USER, "Software\\KyGuidBench");
+}
+
+struct ThroughputWork {
+  KyGuid::IGuidReader* reader;
+  const char* path;
+  bool floorOnly;
+  std::atomic<long>* calls;
+  std::atomic<bool>* stop;
+};
+
+DWORD WINAPI ThroughputThread(void* context) {
+  ThroughputWork* w = static_cast<ThroughputWork*>(context);
+  char local[33];
+  WIN32_FILE_ATTRIBUTE_DATA data;
+  long count = 0;
+  while (!w->stop->load(std::memory_order_relaxed)) {
+    if (w->floorOnly) {
+      GetFileAttributesExA(w->path, GetFileExInfoStandard, &data);
+    } else {
+      w->reader->GetGuidStringA(local, sizeof(local));
+    }
+    ++count;
+  }
+  *w->calls += count;
+  return 0;
+}
+
+// Aggregate calls per second from several threads, the reader's or its
+// floor's: the floor shows what the system itself allows.
+double Throughput(KyGuid::IGuidReader* reader, const std::string& guidDb, int threads,
+                  bool floorOnly) {
+  std::vector<double> samples;
+  for (int rep = 0; rep < kRepetitions; ++rep) {
+    std::atomic<long> calls{0};
+    std::atomic<bool> stop{false};
+    ThroughputWork work{reader, guidDb.c_str(), floorOnly, &calls, &stop};
+    std::vector<HANDLE> handles;
+    for (int t = 0; t < threads; ++t) {
+      handles.push_back(CreateThread(nullptr, 0, ThroughputThread, &work, 0, nullptr));
+    }
+    const double start = Now();
+    Sleep(300);
+    stop = true;
+    WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), TRUE, INFINITE);
+    const double seconds = Now() - start;
+    for (HANDLE handle : handles) CloseHandle(handle);
+    samples.push_back(calls / seconds);
+  }
+  return Median(samples);
+}
+
+// Allocations on the fast path of the same reader, linked in.
+long FastPathAllocations() {
+  class LinkedReader final : public KyGuid::CGuidReader {
+   public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+  } linked;
+  char text[33] = {};
+  linked.GetGuidStringA(text, sizeof(text));  // first read parses the file
+  const long allocationsBefore = g_allocations;
+  for (int i = 0; i < 10000; ++i) linked.GetGuidStringA(text, sizeof(text));
+  return g_allocations - allocationsBefore;
+}
+
+void PrintTable(const Figures& f) {
+  const double readerNs = f.againstFloor.readerNs;
+  printf("reader (ns per call, median of %d; floor and reader in alternation, others of %d)\n",
+         kFloorPairs, kRepetitions);
+  printf("  floor: GetFileAttributesExA      %10.0f\n", f.againstFloor.floorNs);
+  printf("  reader: GetGuidStringA           %10.0f   %.2f x floor\n", readerNs,
+         f.againstFloor.ratio);
+  printf("  GetPrivateProfileStringA         %10.0f   reader is %.1f x faster\n", f.profileNs,
+         f.profileNs / readerNs);
+  printf("  RegGetValueA                     %10.0f   reader is %.1f x faster\n", f.registryNs,
+         f.registryNs / readerNs);
+  printf("threads (calls per second, all threads)     reader          floor\n");
+  const char* names[] = {"1 thread ", "2 threads", "4 threads"};
+  for (int i = 0; i < 3; ++i) {
+    printf("  %s  %12.0f (%.2f x one) %12.0f (%.2f x one)\n", names[i], f.perSecond[i],
+           f.perSecond[i] / f.perSecond[0], f.floorPerSecond[i],
+           f.floorPerSecond[i] / f.floorPerSecond[0]);
+  }
+  printf("heap allocations in 10000 fast-path reads: %ld\n", f.fastPathAllocations);
+  printf("updates (ms, median of %d)\n", kRepetitions);
+  printf("  disks adapters kind   update  reads writes  replay  ratio\n");
+  for (const UpdateFigures& u : f.updates) {
+    printf("  %5d %8d %-5s %7.2f %6ld %6ld %7.2f %6.2f\n", u.disks, u.adapters, u.kind, u.updateMs,
+           u.reads, u.writes, u.replayMs, u.updateMs / u.replayMs);
+  }
+  printf("KyGuid64.dll: %.0f KiB on disk; load and one read: +%.0f KiB private, +%.0f KiB working set\n",
+         f.dllKb, f.privateKb, f.workingKb);
+}
+
+std::string UpdatesJson(const std::vector<UpdateFigures>& updates) {
+  std::string list = "[";
+  for (const UpdateFigures& u : updates) {
+    char entry[256];
+    snprintf(entry, sizeof(entry),
+             "%s\n    {\"disks\": %d, \"adapters\": %d, \"kind\": \"%s\", \"update_ms\": %.3f, "
+             "\"reads\": %ld, \"writes\": %ld, \"replay_ms\": %.3f, \"ratio\": %.3f}",
+             list.size() > 1 ? "," : "", u.disks, u.adapters, u.kind, u.updateMs, u.reads,
+             u.writes, u.replayMs, u.updateMs / u.replayMs);
+    list += entry;
+  }
+  return list + "\n  ]";
+}
+
+std::string FiguresJson(const Figures& f) {
+  JsonOut json;
+  json.Number("floor_ns", f.againstFloor.floorNs);
+  json.Number("reader_ns", f.againstFloor.readerNs);
+  json.Number("profile_read_ns", f.profileNs);
+  json.Number("registry_read_ns", f.registryNs);
+  json.Number("reader_over_floor", f.againstFloor.ratio);
+  json.Number("registry_over_reader", f.registryNs / f.againstFloor.readerNs);
+  for (int i = 0; i < 3; ++i) {
+    json.Number("calls_per_second_" + std::to_string(1 << i), f.perSecond[i]);
+  }
+  for (int i = 0; i < 3; ++i) {
+    json.Number("floor_calls_per_second_" + std::to_string(1 << i), f.floorPerSecond[i]);
+  }
+  json.Number("fast_path_allocations", static_cast<double>(f.fastPathAllocations));
+  json.Raw("updates", UpdatesJson(f.updates));
+  json.Number("dll_kib", f.dllKb);
+  json.Number("load_private_kib", f.privateKb);
+  json.Number("load_working_set_kib", f.workingKb);
+  return json.text + "\n}\n";
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
   std::string jsonPath;
@@ -331,188 +520,36 @@ int main(int argc, char** argv) {
     }
     return 0;
   }
-  JsonOut json;
-
-  // 5 first, before anything of the library is loaded.
-  const std::string dllPath = ExeDir() + "\\KyGuid64.dll";
-  WIN32_FILE_ATTRIBUTE_DATA dllData{};
-  GetFileAttributesExA(dllPath.c_str(), GetFileExInfoStandard, &dllData);
-  PROCESS_MEMORY_COUNTERS_EX before{}, after{};
-  GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&before),
-                       sizeof(before));
-  HMODULE library = LoadLibraryA(dllPath.c_str());
-  auto getReader = reinterpret_cast<GetGuidReaderFn>(
-      reinterpret_cast<void*>(GetProcAddress(library, "GetGuidReader")));
-  if (!getReader) {
-    fprintf(stderr, "kyguidbench: KyGuid64.dll could not be loaded from %s\n", dllPath.c_str());
-    return 3;
-  }
+  // The reader reads a Guid.db of its own when the machine has none.
   const std::string guidDb = KyGuid::GetGuidFilePath();
-  bool wroteGuidDb = false;
-  if (GetFileAttributesA(guidDb.c_str()) == INVALID_FILE_ATTRIBUTES) {
+  const bool wroteGuidDb = GetFileAttributesA(guidDb.c_str()) == INVALID_FILE_ATTRIBUTES;
+  if (wroteGuidDb) {
     CreateDirectoryA(KyGuid::GetProfileDirA().c_str(), nullptr);
     WritePrivateProfileStringA("ActiveGuid", "Guid", kBenchGuid, guidDb.c_str());
-    wroteGuidDb = true;
   }
-  KyGuid::IGuidReader* reader = getReader();
-  char text[33] = {};
-  reader->GetGuidStringA(text, sizeof(text));
-  GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&after),
-                       sizeof(after));
-  const double dllKb = dllData.nFileSizeLow / 1024.0;
-  const double privateKb = (static_cast<double>(after.PrivateUsage) - before.PrivateUsage) / 1024.0;
-  const double workingKb =
-      (static_cast<double>(after.WorkingSetSize) - before.WorkingSetSize) / 1024.0;
-
-  // 1. The reader against its floor, the profile read and the registry.
-  HKEY key = nullptr;
-  RegCreateKeyExA(HKEY_CURRENT_USER, "Software\\KyGuidBench", 0, nullptr, 0, KEY_ALL_ACCESS,
-                  nullptr, &key, nullptr);
-  RegSetValueExA(key, "MachineGuid", 0, REG_SZ, reinterpret_cast<const BYTE*>(kBenchGuid), 33);
-  RegCloseKey(key);
-  char buffer[256];
-  WIN32_FILE_ATTRIBUTE_DATA attributes;
-  const AgainstFloor againstFloor = MeasureAgainstFloor(
-      50000, [&] { GetFileAttributesExA(guidDb.c_str(), GetFileExInfoStandard, &attributes); },
-      [&] { reader->GetGuidStringA(text, sizeof(text)); });
-  const double floorNs = againstFloor.floorNs;
-  const double readerNs = againstFloor.readerNs;
-  const double profileNs = NsPerCall(3000, [&] {
-    GetPrivateProfileStringA("ActiveGuid", "Guid", "", buffer, sizeof(buffer), guidDb.c_str());
-  });
-  const double registryNs = NsPerCall(20000, [&] {
-    DWORD size = sizeof(buffer);
-    RegGetValueA(HKEY_CURRENT_USER, "Software\\KyGuidBench", "MachineGuid", RRF_RT_REG_SZ,
-                 nullptr, buffer, &size);
-  });
-  RegDeleteKeyA(HKEY_CURRENT_USER, "Software\\KyGuidBench");
-
-  // 2. Aggregate throughput from several threads, the reader's and its
-  // floor's: the floor shows what the system itself allows.
-  auto throughput = [&](int threads, bool floorOnly) {
-    std::vector<double> samples;
-    for (int rep = 0; rep < kRepetitions; ++rep) {
-      std::atomic<long> calls{0};
-      std::atomic<bool> stop{false};
-      struct Work {
-        KyGuid::IGuidReader* reader;
-        const char* path;
-        bool floorOnly;
-        std::atomic<long>* calls;
-        std::atomic<bool>* stop;
-      } work{reader, guidDb.c_str(), floorOnly, &calls, &stop};
-      std::vector<HANDLE> handles;
-      for (int t = 0; t < threads; ++t) {
-        handles.push_back(CreateThread(
-            nullptr, 0,
-            [](void* context) -> DWORD {
-              Work* w = static_cast<Work*>(context);
-              char local[33];
-              WIN32_FILE_ATTRIBUTE_DATA data;
-              long count = 0;
-              while (!w->stop->load(std::memory_order_relaxed)) {
-                if (w->floorOnly) {
-                  GetFileAttributesExA(w->path, GetFileExInfoStandard, &data);
-                } else {
-                  w->reader->GetGuidStringA(local, sizeof(local));
-                }
-                ++count;
-              }
-              *w->calls += count;
-              return 0;
-            },
-            &work, 0, nullptr));
-      }
-      const double start = Now();
-      Sleep(300);
-      stop = true;
-      WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), TRUE, INFINITE);
-      const double seconds = Now() - start;
-      for (HANDLE handle : handles) CloseHandle(handle);
-      samples.push_back(calls / seconds);
-    }
-    return Median(samples);
-  };
-  std::vector<double> perSecond;
-  std::vector<double> floorPerSecond;
+  Figures figures;
+  const std::string dllPath = ExeDir() + "\\KyGuid64.dll";
+  KyGuid::IGuidReader* reader = LoadMeasured(dllPath, figures);
+  if (!reader) {
+    fprintf(stderr, "kyguidbench: KyGuid64.dll could not be loaded from %s\n", dllPath.c_str());
+    if (wroteGuidDb) DeleteFileA(guidDb.c_str());
+    return 3;
+  }
+  MeasureReads(reader, guidDb, figures);
   for (int threads : {1, 2, 4}) {
-    perSecond.push_back(throughput(threads, false));
-    floorPerSecond.push_back(throughput(threads, true));
+    figures.perSecond.push_back(Throughput(reader, guidDb, threads, false));
+    figures.floorPerSecond.push_back(Throughput(reader, guidDb, threads, true));
   }
-
-  // 3. Allocations on the fast path of the same reader, linked in.
-  class LinkedReader final : public KyGuid::CGuidReader {
-   public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
-  } linked;
-  linked.GetGuidStringA(text, sizeof(text));  // first read parses the file
-  const long allocationsBefore = g_allocations;
-  for (int i = 0; i < 10000; ++i) linked.GetGuidStringA(text, sizeof(text));
-  const long fastPathAllocations = g_allocations - allocationsBefore;
+  figures.fastPathAllocations = FastPathAllocations();
   if (wroteGuidDb) DeleteFileA(guidDb.c_str());
+  figures.updates = MeasureUpdates();
 
-  // 4. Updates on simulated machines.
-  const std::vector<UpdateFigures> updates = MeasureUpdates();
-
-  // The table.
-  printf("reader (ns per call, median of %d; floor and reader in alternation, others of %d)\n",
-         kFloorPairs, kRepetitions);
-  printf("  floor: GetFileAttributesExA      %10.0f\n", floorNs);
-  printf("  reader: GetGuidStringA           %10.0f   %.2f x floor\n", readerNs, againstFloor.ratio);
-  printf("  GetPrivateProfileStringA         %10.0f   reader is %.1f x faster\n", profileNs,
-         profileNs / readerNs);
-  printf("  RegGetValueA                     %10.0f   reader is %.1f x faster\n", registryNs,
-         registryNs / readerNs);
-  printf("threads (calls per second, all threads)     reader          floor\n");
-  const char* names[] = {"1 thread ", "2 threads", "4 threads"};
-  for (int i = 0; i < 3; ++i) {
-    printf("  %s  %12.0f (%.2f x one) %12.0f (%.2f x one)\n", names[i], perSecond[i],
-           perSecond[i] / perSecond[0], floorPerSecond[i], floorPerSecond[i] / floorPerSecond[0]);
-  }
-  printf("heap allocations in 10000 fast-path reads: %ld\n", fastPathAllocations);
-  printf("updates (ms, median of %d)\n", kRepetitions);
-  printf("  disks adapters kind   update  reads writes  replay  ratio\n");
-  for (const UpdateFigures& u : updates) {
-    printf("  %5d %8d %-5s %7.2f %6ld %6ld %7.2f %6.2f\n", u.disks, u.adapters, u.kind, u.updateMs,
-           u.reads, u.writes, u.replayMs, u.updateMs / u.replayMs);
-  }
-  printf("KyGuid64.dll: %.0f KiB on disk; load and one read: +%.0f KiB private, +%.0f KiB working set\n",
-         dllKb, privateKb, workingKb);
-
-  json.Number("floor_ns", floorNs);
-  json.Number("reader_ns", readerNs);
-  json.Number("profile_read_ns", profileNs);
-  json.Number("registry_read_ns", registryNs);
-  json.Number("reader_over_floor", againstFloor.ratio);
-  json.Number("registry_over_reader", registryNs / readerNs);
-  json.Number("calls_per_second_1", perSecond[0]);
-  json.Number("calls_per_second_2", perSecond[1]);
-  json.Number("calls_per_second_4", perSecond[2]);
-  json.Number("floor_calls_per_second_1", floorPerSecond[0]);
-  json.Number("floor_calls_per_second_2", floorPerSecond[1]);
-  json.Number("floor_calls_per_second_4", floorPerSecond[2]);
-  json.Number("fast_path_allocations", static_cast<double>(fastPathAllocations));
-  std::string list = "[";
-  for (const UpdateFigures& u : updates) {
-    char entry[256];
-    snprintf(entry, sizeof(entry),
-             "%s\n    {\"disks\": %d, \"adapters\": %d, \"kind\": \"%s\", \"update_ms\": %.3f, "
-             "\"reads\": %ld, \"writes\": %ld, \"replay_ms\": %.3f, \"ratio\": %.3f}",
-             list.size() > 1 ? "," : "", u.disks, u.adapters, u.kind, u.updateMs, u.reads,
-             u.writes, u.replayMs, u.updateMs / u.replayMs);
-    list += entry;
-  }
-  json.Raw("updates", list + "\n  ]");
-  json.Number("dll_kib", dllKb);
-  json.Number("load_private_kib", privateKb);
-  json.Number("load_working_set_kib", workingKb);
-  json.text += "\n}\n";
-  printf("%s", json.text.c_str());
+  PrintTable(figures);
+  const std::string json = FiguresJson(figures);
+  printf("%s", json.c_str());
   if (!jsonPath.empty()) {
     if (FILE* out = fopen(jsonPath.c_str(), "w")) {
-      fputs(json.text.c_str(), out);
+      fputs(json.c_str(), out);
       fclose(out);
     }
   }

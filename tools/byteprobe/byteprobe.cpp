@@ -269,7 +269,9 @@ void AddChangedDesktop(SimulatedMachine& machine) {
       .pnpId = "PCI\\VEN_10EC&DEV_8168\\4";
 }
 
-void Run(Probe& probe) {
+// One desktop's life: first build, unchanged, a new processor, new disk and
+// adapter, Guid.db lost.
+void RunDesktopStories(Probe& probe) {
   SimulatedMachine desktop;
   AddDesktop(desktop);
   probe.Story("first build, synchronous", desktop, false, [](ProbeUpdater& updater) {
@@ -304,8 +306,13 @@ void Run(Probe& probe) {
     updater.BuildGuidNow(guid, sizeof(guid));
     printf("build now: %s\n", guid);
   });
+}
 
-  // An earlier scheme's GUID bound by its MAC, on a machine whose drive
+// The legacy scheme's GUID, no hardware, and files an update cannot write.
+void RunEdgeStories(Probe& probe) {
+  SimulatedMachine desktop;
+  AddDesktop(desktop);
+  // A legacy scheme's GUID bound by its MAC, on a machine whose drive
   // answers no legacy read: the random drive identity is made up.
   SimulatedMachine legacy;
   legacy.AddDrive(0).descriptor = SimulatedMachine::Descriptor("", "", "", "", 1, false);
@@ -337,6 +344,11 @@ void Run(Probe& probe) {
     CreateDirectoryA(DataFile("BYTEPROBE_GUID_DB").c_str(), nullptr);
     updater.UpdateNow();
   });
+}
+
+void Run(Probe& probe) {
+  RunDesktopStories(probe);
+  RunEdgeStories(probe);
 }
 
 }  // namespace
