@@ -140,11 +140,9 @@ std::vector<unsigned> CGuidProfile::AdapterEntryNumbers(const std::string& secti
     if (_strnicmp(key.c_str(), prefix.c_str(), prefix.size()) != 0) continue;
     const std::string digits = key.substr(prefix.size());
     if (digits.find_first_not_of("0123456789") != std::string::npos) continue;
+    // "Adapter07" stands for entry 7 here, which is then read as "Adapter7".
     const unsigned long long number = std::stoull(digits);
-    // The profile functions find "Adapter7" only under that very name.
-    if (number < count && std::to_string(number) == digits) {
-      numbers.push_back(static_cast<unsigned>(number));
-    }
+    if (number < count) numbers.push_back(static_cast<unsigned>(number));
   }
   std::sort(numbers.begin(), numbers.end());
   numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());

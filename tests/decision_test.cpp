@@ -162,6 +162,9 @@ TEST(DecisionAncientTest, BindingAndWhatTheAdoptedRecordCarries) {
     EXPECT_EQ(Save::kBuildWithReplaced, plan.save);
     EXPECT_EQ(c.reason, plan.record.Reason);
     EXPECT_EQ(c.keys, plan.record.DiskKey + plan.record.AdapterKey);
+    if (!(c.reason & kReasonDiskLost)) {  // the replaced record is bound to the same disk
+      EXPECT_EQ(plan.record.DiskKey, plan.replaced.DiskKey);
+    }
     EXPECT_EQ(kAncientVersion, plan.replaced.Version);
     EXPECT_EQ(kCurrentVersion, plan.record.Version);
     const bool adopted = c.result == kResultAncientAdopted;
