@@ -1,14 +1,8 @@
 #include "kyguidlib/ancientdiskfetcher.h"
 
-#include <windows.h>
-
-#include <memory>
-
 #include "common/kylog.h"
-#include "common/strutil.h"
 #include "kyguidlib/devicestrings.h"
-#include "kyguidlib/devicetransport.h"
-#include "kyguidlib/hdddbfile.h"
+#include "kyguidlib/legacydiskreader.h"
 
 namespace KyGuid {
 namespace {
@@ -20,119 +14,92 @@ constexpr wchar_t kWithZeroRights[] = L"KyGuid::CAncientDiskFetcher::FetchWithZe
 constexpr wchar_t kAsScsiDrive[] = L"KyGuid::CAncientDiskFetcher::FetchAsScsiDrive";
 constexpr wchar_t kReadRandDisk[] = L"KyGuid::CAncientDiskFetcher::ReadRandDisk";
 
-// A reply buffer that ends before the firmware revision field (byte 46)
-// carries no identity.
-constexpr uint32_t kMinIdentifyBytes = 46;
-constexpr size_t kModelFieldAt = 54;  // first byte of IDENTIFY words 27-46
-
 // The earlier scheme decoded into 256-byte buffers.
 constexpr size_t kDecodedStringMax = 255;
-// Serials are checked at their first and twentieth character.
-constexpr size_t kLastSerialCheckAt = 19;
 
-// The two SMART reads of the earlier scheme. With admin rights: the full
-// register set into a separate reply, whatever the version query said. The
-// plain one: the version query must answer, and the command register alone
-// goes in one block that is both request and reply.
-constexpr SmartSweep kAdminRightsSweep{
-    kShareReadWrite, false, true, {kSendCmdInSize - 1, kIdentifyReplySize, false}};
-constexpr SmartSweep kUsingSmartSweep{kShareReadWrite | kShareDelete,
-                                      true,
-                                      false,
-                                      {kSendCmdInSize, kSendCmdInSize + kIdentifyDataSize, true}};
-
-DiskInfo FromIdentify(int index, const uint8_t* identify) {
-  DiskInfo disk;
-  disk.Index = index;
-  disk.SerialNumber = GetIdentifyString(identify, 10, 19);
-  disk.ProductId = GetIdentifyString(identify, 27, 46);
-  disk.Revision = GetIdentifyString(identify, 23, 26);
-  return disk;
-}
-
-void Append(std::vector<DiskInfo>& disks, const DiskInfo& disk, const wchar_t* function) {
-  disks.push_back(disk);
-  KyLog::Write(KyLog::kInfo, KYLOG_SITE(function), "fetch ancient disk, PID=%s, Rev=%s, SN=%s",
-               disk.ProductId.c_str(), disk.Revision.c_str(), disk.SerialNumber.c_str());
-}
-
-std::string DecodedField(const std::vector<uint8_t>& descriptor, size_t offsetAt, bool swap) {
-  std::string text = DecodeDescriptorString(descriptor.data(), descriptor.size(),
-                                            ReadLe32(descriptor.data(), offsetAt), swap);
+std::string DecodedField(const uint8_t* descriptor, size_t size, uint32_t offset, bool swap) {
+  std::string text = DecodeDescriptorString(descriptor, size, offset, swap);
   if (text.size() > kDecodedStringMax) text.resize(kDecodedStringMax);
   return text;
 }
 
-// The drives whose IDENTIFY reply holds at least the firmware revision;
-// failures are not logged.
-int FetchWithSmart(const SmartSweep& sweep, const wchar_t* function, std::vector<DiskInfo>& disks) {
-  int appended = 0;
-  SweepSmartIdentify(
-      sweep,
-      [&](int drive, const IdentifyReply& reply) {
-        if (reply.bufferSize <= kMinIdentifyBytes) return;
-        Append(disks, FromIdentify(drive, reply.identify.data()), function);
-        ++appended;
-      },
-      [](int, SmartStep, uint32_t) {});
-  return appended;
-}
+// The matching's half of the earlier scheme: strings as raw as it hashed
+// them, only the replies it recorded, and HDD.db only read. Its two SMART
+// reads: with admin rights the full register set into a separate reply,
+// whatever the version query said; the plain one needs the version query,
+// and the command register alone goes in one block that is both request and
+// reply.
+constexpr LegacyDiskRules kAncientRules{
+    GetIdentifyString,
+    DecodedField,
+    {kShareReadWrite, false, true, {kSendCmdInSize - 1, kIdentifyReplySize, false}},
+    {kShareReadWrite | kShareDelete,
+     true,
+     false,
+     {kSendCmdInSize, kSendCmdInSize + kIdentifyDataSize, true}},
+    /*skipsShortSmartReplies=*/true,
+    /*skipsEmptyMiniportSlots=*/true,
+    /*skipsPlaceholderSerials=*/true,
+    /*ensuresDataFolder=*/false,
+    /*makeUpString=*/nullptr};
 
-// A character past the end of the serial is the zeroed buffer behind it.
-bool IsAlnumAt(const std::string& text, size_t at) {
-  return at < text.size() && KyGuidUtils::IsAsciiAlnum(static_cast<unsigned char>(text[at]));
+// Appends each drive a fetch finds, numbered as the read numbers it, and
+// logs it under the fetch's name; failures say nothing.
+class Appender final : public LegacyDiskEvents {
+ public:
+  Appender(const wchar_t* function, std::vector<DiskInfo>& disks)
+      : m_function(function), m_disks(disks) {}
+
+  void Found(const LegacyDrive& drive) override {
+    DiskInfo disk;
+    disk.Index = drive.number;
+    disk.SerialNumber = drive.serialNumber;
+    disk.ProductId = drive.modelNumber;
+    disk.Revision = drive.revisionNumber;
+    m_disks.push_back(disk);
+    ++m_appended;
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(m_function), "fetch ancient disk, PID=%s, Rev=%s, SN=%s",
+                 disk.ProductId.c_str(), disk.Revision.c_str(), disk.SerialNumber.c_str());
+  }
+  int Appended() const { return m_appended; }
+
+ private:
+  const wchar_t* m_function;
+  std::vector<DiskInfo>& m_disks;
+  int m_appended = 0;
+};
+
+int Fetch(void (CLegacyDiskReader::*read)() const, const wchar_t* function,
+          std::vector<DiskInfo>& disks) {
+  Appender appender(function, disks);
+  (CLegacyDiskReader(kAncientRules, appender).*read)();
+  return appender.Appended();
 }
 
 }  // namespace
 
 int CAncientDiskFetcher::FetchWithAdminRights(std::vector<DiskInfo>& disks) {
-  return FetchWithSmart(kAdminRightsSweep, kWithAdminRights, disks);
+  return Fetch(&CLegacyDiskReader::ReadWithAdminRights, kWithAdminRights, disks);
 }
 
 int CAncientDiskFetcher::FetchUsingSmart(std::vector<DiskInfo>& disks) {
-  return FetchWithSmart(kUsingSmartSweep, kUsingSmart, disks);
+  return Fetch(&CLegacyDiskReader::ReadUsingSmart, kUsingSmart, disks);
 }
 
 int CAncientDiskFetcher::FetchWithZeroRights(std::vector<DiskInfo>& disks) {
-  int appended = 0;
-  ForEachPhysicalDrive(kQueryOnly, kShareReadWrite, [&](int drive, IDevice& device) {
-    const DescriptorReply reply = QueryStorageDescriptor(device, kLegacyDescriptorBufferSize);
-    if (!reply.ok) return;
-    DiskInfo disk;
-    disk.Index = drive;
-    disk.ProductId = DecodedField(reply.bytes, kProductIdOffsetAt, false);
-    disk.Revision = DecodedField(reply.bytes, kRevisionOffsetAt, false);
-    disk.SerialNumber = DecodedField(reply.bytes, kSerialNumberOffsetAt, true);
-    // Placeholder serials (empty, blank, punctuation) identify nothing.
-    if (!IsAlnumAt(disk.SerialNumber, 0) && !IsAlnumAt(disk.SerialNumber, kLastSerialCheckAt)) {
-      return;
-    }
-    Append(disks, disk, kWithZeroRights);
-    ++appended;
-  });
-  return appended;
+  return Fetch(&CLegacyDiskReader::ReadWithZeroRights, kWithZeroRights, disks);
 }
 
+// Numbered within the controller, as the earlier scheme recorded them.
 int CAncientDiskFetcher::FetchAsScsiDrive(std::vector<DiskInfo>& disks) {
-  int appended = 0;
-  ForEachScsiPort([&](int, IDevice& port) {
-    for (int position = 0; position < kDrivesPerScsiController; ++position) {
-      const IdentifyReply reply = MiniportIdentify(port, position);
-      if (!reply.ok || reply.identify[kModelFieldAt] == 0) continue;  // no device there
-      // Numbered within the controller, as the earlier scheme recorded them.
-      Append(disks, FromIdentify(position, reply.identify.data()), kAsScsiDrive);
-      ++appended;
-    }
-  });
-  return appended;
+  return Fetch(&CLegacyDiskReader::ReadAsScsiDrive, kAsScsiDrive, disks);
 }
 
 int CAncientDiskFetcher::ReadRandDisk(DiskInfo& disk) {
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(kReadRandDisk), "ReadPhysicalDriveRand begin");
-  const std::string path = GetHddDbPath();
-  if (path.empty()) return 0;
-  const HddDbIdentity stored = ReadHddDb(path);
-  if (!stored.Complete()) return 0;
+  LegacyDiskEvents silent;
+  LegacyDrive stored;
+  if (!CLegacyDiskReader(kAncientRules, silent).ReadRandDrive(stored)) return 0;
 
   disk.SerialNumber = stored.serialNumber;
   disk.ProductId = stored.modelNumber;
@@ -141,12 +108,6 @@ int CAncientDiskFetcher::ReadRandDisk(DiskInfo& disk) {
                "fetch ancient rand disk, PID=%s, Rev=%s, SN=%s", disk.ProductId.c_str(),
                disk.Revision.c_str(), disk.SerialNumber.c_str());
   return 1;
-}
-
-std::string CAncientDiskFetcher::CalcDiskGuid(const std::string& productId,
-                                              const std::string& revision,
-                                              const std::string& serialNumber) {
-  return KyGuid::CalcDiskGuid(productId, revision, serialNumber);
 }
 
 const DiskInfo* CAncientDiskFetcher::FindDiskByGuid(const std::vector<DiskInfo>& disks,

@@ -32,11 +32,8 @@ class CAncientDiskFetcher {
   // when all three are there, else 0 with `disk` unchanged.
   static int ReadRandDisk(DiskInfo& disk);
 
-  // The earlier scheme's disk GUID of the three strings.
-  static std::string CalcDiskGuid(const std::string& productId, const std::string& revision,
-                                  const std::string& serialNumber);
-  // The first disk whose disk GUID is exactly `guid` (case-sensitive), or
-  // null.
+  // The first disk whose disk GUID (CalcDiskGuid of its three strings) is
+  // exactly `guid` (case-sensitive), or null.
   static const DiskInfo* FindDiskByGuid(const std::vector<DiskInfo>& disks,
                                         const std::string& guid);
 };

@@ -1,7 +1,7 @@
 #include "kyguidlib/hdddbfile.h"
 
+#include "common/ansipath.h"
 #include "common/profilefile.h"
-#include "kyguidlib/guidpaths.h"
 
 namespace KyGuid {
 namespace {
@@ -11,9 +11,8 @@ constexpr uint32_t kValueBuffer = 260;
 
 }  // namespace
 
-std::string GetHddDbPath() {
-  const std::string dir = GetProfileDirA();
-  return dir.empty() ? std::string() : dir + "\\HDD.db";
+std::string HddDbPath(const std::wstring& profileDir) {
+  return KyGuidUtils::WideToAnsi(profileDir) + "\\HDD.db";
 }
 
 HddDbIdentity ReadHddDb(const std::string& path) {

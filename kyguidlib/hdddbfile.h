@@ -27,8 +27,8 @@ struct HddDbIdentity {
   }
 };
 
-// HDD.db in the profile folder (narrow); empty when the folder is unknown.
-std::string GetHddDbPath();
+// HDD.db in the profile folder `profileDir`, narrow.
+std::string HddDbPath(const std::wstring& profileDir);
 HddDbIdentity ReadHddDb(const std::string& path);
 void WriteHddDb(const std::string& path, const HddDbIdentity& identity);
 
