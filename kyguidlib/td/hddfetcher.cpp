@@ -3,16 +3,10 @@
 #include <windows.h>
 
 #include <cstdint>
-#include <memory>
 
 #include "common/clock.h"
-#include "common/filestore.h"
 #include "common/kylog.h"
-#include "kyguidlib/datafolder.h"
-#include "kyguidlib/devicestrings.h"
-#include "kyguidlib/devicetransport.h"
-#include "kyguidlib/guidpaths.h"
-#include "kyguidlib/hdddbfile.h"
+#include "kyguidlib/legacydiskreader.h"
 #include "kyguidlib/td/legacystrings.h"
 
 namespace KyMacID {
@@ -34,42 +28,54 @@ constexpr wchar_t kDrivePorts[] = L"KyMacID::CHddFetcher::ReadDrivePortsDirectly
 // Every function marks its entry with a TRACE line carrying its full name.
 constexpr char kEnter[] = "enter";
 
-// The two SMART readers differ only in these.
-struct SmartReader {
-  const wchar_t* function;
-  SmartSweep sweep;
-  const char* versionFailed;   // with the drive number and the error
-  const char* identifyFailed;  // likewise
-};
-constexpr SmartReader kAdminRightsReader{
-    kWithAdminRights,
-    {kShareReadWrite, true, true, {kSendCmdInSize - 1, kIdentifyReplySize, false}},
-    "fetch disk[%d], DFP_GET_VERSION failed: %u",
-    "fetch disk[%d], DoIDENTIFY failed: %u"};
-constexpr SmartReader kSmartReader{
-    kUsingSmart,
-    {kShareReadWrite, true, false, {kSendCmdInSize, kIdentifyReplySize, false}},
-    "fetch disk[%d], SMART_GET_VERSION failed: %u",
-    "fetch disk[%d], SMART_RCV_DRIVE_DATA failed: %u"};
-
 constexpr int kMinRandLetters = 8;
 constexpr int kRandLetterSpread = 25;  // 8 to 32 letters
 
-DriveRecord FromIdentify(const uint8_t* identify) {
-  DriveRecord record;
-  record.SerialNumber = ConvertToString(identify, 10, 19);
-  record.ModelNumber = ConvertToString(identify, 27, 46);
-  record.RevisionNumber = ConvertToString(identify, 23, 26);
-  return record;
+// The legacy decoder takes the offsets as signed numbers.
+std::string FlipAndCode(const uint8_t* descriptor, size_t size, uint32_t offset, bool flip) {
+  return flipAndCodeBytes(descriptor, size, static_cast<int>(offset), flip);
+}
+
+// Every reply that came back counts, its strings trimmed at both ends, and
+// a missing HDD.db identity is made up and stored. The SMART reads both need
+// the version query and take the reply in a buffer of its own; the one with
+// admin rights sends the full register set.
+constexpr LegacyDiskRules kLegacyRules{
+    ConvertToString,
+    FlipAndCode,
+    {kShareReadWrite, true, true, {kSendCmdInSize - 1, kIdentifyReplySize, false}},
+    {kShareReadWrite, true, false, {kSendCmdInSize, kIdentifyReplySize, false}},
+    /*skipsShortSmartReplies=*/false,
+    /*skipsEmptyMiniportSlots=*/false,
+    /*skipsPlaceholderSerials=*/false,
+    /*ensuresDataFolder=*/true,
+    /*makeUpString=*/CHddFetcher::RandString};
+
+// What a SMART read says when a step fails, with the drive number and the
+// error.
+struct SmartFailureTexts {
+  const char* version;
+  const char* identify;
+};
+constexpr SmartFailureTexts kAdminRightsFailures{"fetch disk[%d], DFP_GET_VERSION failed: %u",
+                                                 "fetch disk[%d], DoIDENTIFY failed: %u"};
+constexpr SmartFailureTexts kSmartFailures{"fetch disk[%d], SMART_GET_VERSION failed: %u",
+                                           "fetch disk[%d], SMART_RCV_DRIVE_DATA failed: %u"};
+
+DriveRecord ToRecord(const LegacyDrive& drive) {
+  return DriveRecord{drive.serialNumber, drive.modelNumber, drive.revisionNumber};
 }
 
 // What one reader found: every drive goes to the list, the first one also
-// becomes the reader's identity.
-class Findings {
+// becomes the reader's identity. It logs each event under the reader's name.
+class Findings final : public LegacyDiskEvents {
  public:
-  Findings(std::string& serialNumber, std::string& modelNumber, std::string& revisionNumber,
-           std::vector<DriveRecord>& drives)
-      : m_serial(serialNumber),
+  Findings(const wchar_t* function, std::string& serialNumber, std::string& modelNumber,
+           std::string& revisionNumber, std::vector<DriveRecord>& drives,
+           const SmartFailureTexts* smartFailures = nullptr)
+      : m_function(function),
+        m_smartFailures(smartFailures),
+        m_serial(serialNumber),
         m_model(modelNumber),
         m_revision(revisionNumber),
         m_drives(drives) {}
@@ -84,7 +90,35 @@ class Findings {
   }
   bool Any() const { return m_any; }
 
+  void Found(const LegacyDrive& drive) override;
+  void SmartFailed(int drive, SmartStep step, uint32_t error) override {
+    KyLog::Write(KyLog::kWarn, KYLOG_SITE(m_function),
+                 step == SmartStep::kVersion ? m_smartFailures->version : m_smartFailures->identify,
+                 drive, error);
+  }
+  void MiniportFailed(int controller, int position, uint32_t error) override {
+    KyLog::Write(KyLog::kWarn, KYLOG_SITE(m_function),
+                 "fetch disk IOCTL_SCSI_MINIPORT failed: scsi%d:%d, error=%u", controller, position,
+                 error);
+  }
+  void NoProfileFolder() override {
+    // The folder seam only says that the shell gave no folder, not why.
+    KyLog::Write(KyLog::kError, KYLOG_SITE(m_function), "failed to get common appdata dir: 0x%x",
+                 static_cast<unsigned>(E_FAIL));
+  }
+  void HddDbRead(const HddDbIdentity& stored) override { LogHddDb("read db", stored); }
+  void HddDbMadeUp(const HddDbIdentity& made) override { LogHddDb("Rand", made); }
+
  private:
+  void LogHddDb(const char* what, const HddDbIdentity& identity) const {
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(m_function),
+                 "ReadPhysicalDriveRand %s serialNumber=%s, modelNumber=%s, revisionNumber=%s",
+                 what, identity.serialNumber.c_str(), identity.modelNumber.c_str(),
+                 identity.revisionNumber.c_str());
+  }
+
+  const wchar_t* m_function;
+  const SmartFailureTexts* m_smartFailures;
   std::string& m_serial;
   std::string& m_model;
   std::string& m_revision;
@@ -92,25 +126,21 @@ class Findings {
   bool m_any = false;
 };
 
-void LogDrive(const wchar_t* function, int drive, const DriveRecord& record) {
-  KyLog::Write(KyLog::kInfo, KYLOG_SITE(function), "fetch disk[%d],  PID=%s, VID=%s, SN=%s", drive,
-               record.ModelNumber.c_str(), record.RevisionNumber.c_str(),
-               record.SerialNumber.c_str());
-}
-
-void ReadSmart(const SmartReader& reader, Findings& found) {
-  SweepSmartIdentify(
-      reader.sweep,
-      [&](int drive, const IdentifyReply& reply) {
-        DriveRecord record = FromIdentify(reply.identify.data());
-        found.Add(record);
-        LogDrive(reader.function, drive, record);
-      },
-      [&](int drive, SmartStep step, uint32_t error) {
-        KyLog::Write(KyLog::kWarn, KYLOG_SITE(reader.function),
-                     step == SmartStep::kVersion ? reader.versionFailed : reader.identifyFailed,
-                     drive, error);
-      });
+// The miniport read names a drive by its controller and position.
+void Findings::Found(const LegacyDrive& drive) {
+  const DriveRecord record = ToRecord(drive);
+  Add(record);
+  const char* model = record.ModelNumber.c_str();
+  const char* revision = record.RevisionNumber.c_str();
+  const char* serial = record.SerialNumber.c_str();
+  if (drive.controller < 0) {
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(m_function), "fetch disk[%d],  PID=%s, VID=%s, SN=%s",
+                 drive.number, model, revision, serial);
+  } else {
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(m_function),
+                 "fetch disk(scsi%d:%d),  PID=%s, VID=%s, SN=%s", drive.controller, drive.number,
+                 model, revision, serial);
+  }
 }
 
 // The runtime's rand() keeps its state per thread, so seeding it once would
@@ -209,8 +239,9 @@ bool CHddFetcher::ReadPhysicalDriveInNTWithAdminRights(std::string& serialNumber
                                                        std::string& revisionNumber,
                                                        std::vector<DriveRecord>& drives) {
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(kWithAdminRights), kEnter);
-  Findings found(serialNumber, modelNumber, revisionNumber, drives);
-  ReadSmart(kAdminRightsReader, found);
+  Findings found(kWithAdminRights, serialNumber, modelNumber, revisionNumber, drives,
+                 &kAdminRightsFailures);
+  CLegacyDiskReader(kLegacyRules, found).ReadWithAdminRights();
   return found.Any();
 }
 
@@ -218,24 +249,8 @@ bool CHddFetcher::ReadIdeDriveAsScsiDriveInNT(std::string& serialNumber, std::st
                                               std::string& revisionNumber,
                                               std::vector<DriveRecord>& drives) {
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(kAsScsiDrive), kEnter);
-  Findings found(serialNumber, modelNumber, revisionNumber, drives);
-  ForEachScsiPort([&](int controller, IDevice& port) {
-    for (int drive = 0; drive < kDrivesPerScsiController; ++drive) {
-      const IdentifyReply reply = MiniportIdentify(port, drive);
-      if (!reply.ok) {
-        KyLog::Write(KyLog::kWarn, KYLOG_SITE(kAsScsiDrive),
-                     "fetch disk IOCTL_SCSI_MINIPORT failed: scsi%d:%d, error=%u", controller,
-                     drive, reply.error);
-        continue;
-      }
-      DriveRecord record = FromIdentify(reply.identify.data());
-      found.Add(record);
-      KyLog::Write(KyLog::kInfo, KYLOG_SITE(kAsScsiDrive),
-                   "fetch disk(scsi%d:%d),  PID=%s, VID=%s, SN=%s", controller, drive,
-                   record.ModelNumber.c_str(), record.RevisionNumber.c_str(),
-                   record.SerialNumber.c_str());
-    }
-  });
+  Findings found(kAsScsiDrive, serialNumber, modelNumber, revisionNumber, drives);
+  CLegacyDiskReader(kLegacyRules, found).ReadAsScsiDrive();
   return found.Any();
 }
 
@@ -244,21 +259,8 @@ bool CHddFetcher::ReadPhysicalDriveInNTWithZeroRights(std::string& serialNumber,
                                                       std::string& revisionNumber,
                                                       std::vector<DriveRecord>& drives) {
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(kWithZeroRights), kEnter);
-  Findings found(serialNumber, modelNumber, revisionNumber, drives);
-  ForEachPhysicalDrive(kQueryOnly, kShareReadWrite, [&](int drive, IDevice& device) {
-    const DescriptorReply reply = QueryStorageDescriptor(device, kLegacyDescriptorBufferSize);
-    if (!reply.ok) return;
-    const uint8_t* descriptor = reply.bytes.data();
-    const size_t size = reply.bytes.size();
-    // The legacy decoder takes the offsets as signed numbers.
-    auto offsetAt = [descriptor](size_t at) { return static_cast<int>(ReadLe32(descriptor, at)); };
-    DriveRecord record;
-    record.ModelNumber = flipAndCodeBytes(descriptor, size, offsetAt(kProductIdOffsetAt), false);
-    record.RevisionNumber = flipAndCodeBytes(descriptor, size, offsetAt(kRevisionOffsetAt), false);
-    record.SerialNumber = flipAndCodeBytes(descriptor, size, offsetAt(kSerialNumberOffsetAt), true);
-    found.Add(record);
-    LogDrive(kWithZeroRights, drive, record);
-  });
+  Findings found(kWithZeroRights, serialNumber, modelNumber, revisionNumber, drives);
+  CLegacyDiskReader(kLegacyRules, found).ReadWithZeroRights();
   return found.Any();
 }
 
@@ -267,8 +269,8 @@ bool CHddFetcher::ReadPhysicalDriveInNTUsingSmart(std::string& serialNumber,
                                                   std::string& revisionNumber,
                                                   std::vector<DriveRecord>& drives) {
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(kUsingSmart), kEnter);
-  Findings found(serialNumber, modelNumber, revisionNumber, drives);
-  ReadSmart(kSmartReader, found);
+  Findings found(kUsingSmart, serialNumber, modelNumber, revisionNumber, drives, &kSmartFailures);
+  CLegacyDiskReader(kLegacyRules, found).ReadUsingSmart();
   return found.Any();
 }
 
@@ -277,42 +279,10 @@ bool CHddFetcher::ReadPhysicalDriveRand(std::string& serialNumber, std::string& 
                                         std::vector<DriveRecord>& drives) {
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(kRand), kEnter);
   KyLog::Write(KyLog::kInfo, KYLOG_SITE(kRand), "ReadPhysicalDriveRand begin");
-
-  const std::wstring folder = GetProfileDir();
-  if (folder.empty()) {
-    // The folder seam only says that the shell gave no folder, not why.
-    KyLog::Write(KyLog::kError, KYLOG_SITE(kRand), "failed to get common appdata dir: 0x%x",
-                 static_cast<unsigned>(E_FAIL));
-    return false;
-  }
-  EnsureDataFolder();
-  const std::string path = WideToAnsi(folder) + "\\HDD.db";
-  HddDbIdentity stored = ReadHddDb(path);
-  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kRand),
-               "ReadPhysicalDriveRand read db serialNumber=%s, modelNumber=%s, revisionNumber=%s",
-               stored.serialNumber.c_str(), stored.modelNumber.c_str(),
-               stored.revisionNumber.c_str());
-
-  // A partial identity is never completed: all three are made anew together.
-  if (!stored.Complete()) {
-    RandString(stored.serialNumber);
-    RandString(stored.modelNumber);
-    RandString(stored.revisionNumber);
-    KyLog::Write(KyLog::kInfo, KYLOG_SITE(kRand),
-                 "ReadPhysicalDriveRand Rand serialNumber=%s, modelNumber=%s, revisionNumber=%s",
-                 stored.serialNumber.c_str(), stored.modelNumber.c_str(),
-                 stored.revisionNumber.c_str());
-    WriteHddDb(path, stored);
-  }
-
-  DriveRecord record;
-  record.SerialNumber = stored.serialNumber;
-  record.ModelNumber = stored.modelNumber;
-  record.RevisionNumber = stored.revisionNumber;
-  serialNumber = record.SerialNumber;
-  modelNumber = record.ModelNumber;
-  revisionNumber = record.RevisionNumber;
-  drives.push_back(record);
+  Findings found(kRand, serialNumber, modelNumber, revisionNumber, drives);
+  LegacyDrive stored;
+  if (!CLegacyDiskReader(kLegacyRules, found).ReadRandDrive(stored)) return false;
+  found.Add(ToRecord(stored));
   return true;
 }
 
