@@ -1,10 +1,10 @@
 // The earlier scheme's four disk reads and its HDD.db identity, for both of
-// its users: the update's matching of an earlier GUID (CAncientDiskFetcher)
-// and the legacy sequence id (KyMacID::CHddFetcher). The earlier scheme
-// shipped them twice with diverging details, and the values each side hashed
-// depend on those details, so they are not made one: each user passes its
-// own rules and hears what the reads find through its own events, which is
-// also where it logs, under its own names.
+// their users: the update's matching of an earlier GUID (CAncientDiskFetcher)
+// and the legacy sequence id (KyMacID::CHddFetcher). The two read with
+// details of their own, and the values each hashes depend on them, so the
+// details are not made one: each user passes its rules and hears what the
+// reads find through its own events, where it also logs, under its own
+// names.
 #pragma once
 
 #include <cstddef>
