@@ -7,6 +7,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <new>
+#include <utility>
 
 namespace KyGuidUtils {
 
@@ -28,5 +30,40 @@ T* GetOrBuild(std::atomic<uintptr_t>& word, Build build) {
   word.exchange(built ? reinterpret_cast<uintptr_t>(built) : kEmpty);
   return built;
 }
+
+// The one process-wide T, built in static storage on first use and never
+// destructed: a host thread that still holds it while the process exits
+// calls a live object, not a destroyed one. What an object must do at exit
+// it registers itself. T befriends this class when its constructor is
+// private.
+template <typename T>
+class LazySingleton {
+ public:
+  // The first call constructs T from `args`; an exception from the
+  // constructor ends the process.
+  template <typename... Args>
+  static T* Get(Args&&... args) {
+    return GetOrBuild<T>(s_word, [&]() noexcept -> T* {
+      return new (s_storage) T(std::forward<Args>(args)...);
+    });
+  }
+
+  // As Get, but a constructor that throws leaves nothing built: null is
+  // returned, and the next call tries again.
+  template <typename... Args>
+  static T* TryGet(Args&&... args) {
+    return GetOrBuild<T>(s_word, [&]() noexcept -> T* {
+      try {
+        return new (s_storage) T(std::forward<Args>(args)...);
+      } catch (...) {
+        return nullptr;  // T's constructor undid its own partial state
+      }
+    });
+  }
+
+ private:
+  static inline std::atomic<uintptr_t> s_word{0};
+  alignas(T) static inline unsigned char s_storage[sizeof(T)] = {};
+};
 
 }  // namespace KyGuidUtils

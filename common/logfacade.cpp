@@ -1,9 +1,7 @@
 #include "common/logfacade.h"
 
-#include <atomic>
 #include <cstring>
 #include <cwchar>
-#include <new>
 #include <string>
 
 #include "common/clock.h"
@@ -51,12 +49,8 @@ LogFacade::LogFacade() {
 }
 
 LogFacade* GetLogFacade() {
-  static std::atomic<uintptr_t> published{0};
-  alignas(LogFacade) static unsigned char storage[sizeof(LogFacade)];
   KyGuidUtils::PreserveLastError keepCallersError;
-  return KyGuidUtils::GetOrBuild<LogFacade>(published, []() noexcept -> LogFacade* {
-    return new (storage) LogFacade();
-  });
+  return KyGuidUtils::LazySingleton<LogFacade>::Get();
 }
 
 BOOL LogFacade::IsEnabled(uint32_t level) {

@@ -11,6 +11,11 @@
 
 #include "common/ikylog.h"
 
+namespace KyGuidUtils {
+template <typename T>
+class LazySingleton;
+}  // namespace KyGuidUtils
+
 namespace KyLog {
 
 class LogFacade {
@@ -39,7 +44,7 @@ class LogFacade {
   bool Faulted() const { return m_faulted != 0; }
 
  private:
-  friend LogFacade* GetLogFacade();
+  friend class KyGuidUtils::LazySingleton<LogFacade>;
   LogFacade();
 
   LogRecord MakeRecord(uint64_t category, uint32_t level, uint32_t error, const wchar_t* file,

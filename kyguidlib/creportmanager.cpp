@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
-#include <new>
 
 #include "common/faultguard.h"
 #include "common/kylog.h"
@@ -34,13 +33,7 @@ bool ContainEveryFault(const EXCEPTION_RECORD*, void*) { return true; }
 }  // namespace
 
 CReportManager* CReportManager::Instance() {
-  static std::atomic<uintptr_t> published{0};
-  alignas(CReportManager) static unsigned char storage[sizeof(CReportManager)];
-  return KyGuidUtils::GetOrBuild<CReportManager>(published, []() noexcept -> CReportManager* {
-    auto* manager = new (storage) CReportManager(SearchSuiteFolders{});
-    atexit(&CReportManager::BeginProcessExit);
-    return manager;
-  });
+  return KyGuidUtils::LazySingleton<CReportManager>::Get(SearchSuiteFolders{});
 }
 
 CReportManager::CReportManager(const wchar_t* dir) {
@@ -54,6 +47,9 @@ CReportManager::CReportManager(SearchSuiteFolders) {
     loaded = Load(installDir);
   }
   if (loaded) Init();
+  // Last, after what Init registered for the installed copy: exit routines
+  // run in reverse, so sending stops before that copy is freed.
+  atexit(&CReportManager::BeginProcessExit);
 }
 
 CReportManager::~CReportManager() {

@@ -12,6 +12,11 @@
 
 #include "kyguidlib/kyreportapi.h"
 
+namespace KyGuidUtils {
+template <typename T>
+class LazySingleton;
+}  // namespace KyGuidUtils
+
 namespace KyReportMgr {
 
 // One report: field names and values, narrow, in delivery order.
@@ -44,6 +49,7 @@ class CReportManager {
   bool Send(const char* business, const ReportFields& fields);
 
  private:
+  friend class KyGuidUtils::LazySingleton<CReportManager>;
   struct SearchSuiteFolders {};
   explicit CReportManager(SearchSuiteFolders);
 

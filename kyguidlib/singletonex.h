@@ -10,10 +10,7 @@
 
 #include <windows.h>
 
-#include <atomic>
-#include <cstdint>
 #include <cstdlib>
-#include <new>
 
 #include "common/lazysingleton.h"
 
@@ -24,9 +21,7 @@ namespace KyGuidUtils {
 template <typename T>
 class CSingletonEx final : public T {
  public:
-  static CSingletonEx* Instance() {
-    return GetOrBuild<CSingletonEx>(s_published, &CSingletonEx::Build);
-  }
+  static CSingletonEx* Instance() { return LazySingleton<CSingletonEx>::TryGet(); }
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
     if (!IsEqualIID(iid, IID_IUnknown) && !IsEqualIID(iid, T::InterfaceId())) {
@@ -41,28 +36,18 @@ class CSingletonEx final : public T {
   ULONG STDMETHODCALLTYPE Release() override { return 1; }
 
  private:
-  CSingletonEx() = default;
-
-  static CSingletonEx* Build() noexcept {
+  friend class LazySingleton<CSingletonEx>;
+  // Runs once T is built, so exit work is registered only for an object
+  // that exists.
+  CSingletonEx() {
     static_assert(sizeof(CSingletonEx) == sizeof(T), "no members of its own");
-    if (s_constructed) return reinterpret_cast<CSingletonEx*>(s_storage);
-    try {
-      CSingletonEx* object = new (s_storage) CSingletonEx();
-      s_constructed = true;
-      atexit(&CSingletonEx::Destroy);
-      return object;
-    } catch (...) {
-      return nullptr;  // T's constructor undid its own partial state
-    }
+    s_built = this;
+    atexit(&CSingletonEx::Destroy);
   }
 
-  static void Destroy() {
-    if (s_constructed) reinterpret_cast<CSingletonEx*>(s_storage)->OnProcessExit();
-  }
+  static void Destroy() { s_built->OnProcessExit(); }
 
-  static inline std::atomic<uintptr_t> s_published{0};
-  static inline bool s_constructed = false;
-  alignas(T) static inline unsigned char s_storage[sizeof(T)] = {};
+  static inline CSingletonEx* s_built = nullptr;
 };
 
 }  // namespace KyGuidUtils

@@ -2,10 +2,7 @@
 
 #include <windows.h>
 
-#include <atomic>
-#include <cstdint>
 #include <cwchar>
-#include <new>
 
 #include "common/lazysingleton.h"
 #include "common/modules.h"
@@ -38,12 +35,8 @@ CKyStackShell::CKyStackShell() {
 }
 
 CKyStackShell* CKyStackShell::GetInstance() {
-  static std::atomic<uintptr_t> published{0};
-  alignas(CKyStackShell) static unsigned char storage[sizeof(CKyStackShell)];
   KyGuidUtils::PreserveLastError keepCallersError;
-  return KyGuidUtils::GetOrBuild<CKyStackShell>(published, []() noexcept -> CKyStackShell* {
-    return new (storage) CKyStackShell();
-  });
+  return KyGuidUtils::LazySingleton<CKyStackShell>::Get();
 }
 
 void CKyStackShell::Enter(const char* name) {

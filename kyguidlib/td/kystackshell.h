@@ -10,6 +10,11 @@
 // test and do nothing.
 #pragma once
 
+namespace KyGuidUtils {
+template <typename T>
+class LazySingleton;
+}  // namespace KyGuidUtils
+
 namespace KyStuck {
 
 class CKyStackShell {
@@ -25,6 +30,7 @@ class CKyStackShell {
   CKyStackShell& operator=(const CKyStackShell&) = delete;
 
  private:
+  friend class KyGuidUtils::LazySingleton<CKyStackShell>;
   using MarkerFn = void (*)(const char*);
   CKyStackShell();
 
