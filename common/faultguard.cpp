@@ -43,4 +43,12 @@ bool CallGuarded(GuardedCall call, void* callContext, FaultDecision decide, void
   return KyGuidGuardedFrame(call, callContext, decide, decideContext);
 }
 
+ModuleCall CallSuiteModule(volatile LONG& off, GuardedCall call, void* callContext,
+                           FaultDecision decide, void* decideContext) {
+  if (off) return ModuleCall::kSkipped;
+  if (CallGuarded(call, callContext, decide, decideContext)) return ModuleCall::kReturned;
+  InterlockedExchange(&off, 1);
+  return ModuleCall::kFaulted;
+}
+
 }  // namespace KyGuidUtils

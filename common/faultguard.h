@@ -14,4 +14,12 @@ using FaultDecision = bool (*)(const EXCEPTION_RECORD* fault, void* context);
 
 bool CallGuarded(GuardedCall call, void* callContext, FaultDecision decide, void* decideContext);
 
+enum class ModuleCall { kReturned, kSkipped, kFaulted };
+
+// A call into a module of the suite, whose owner turns it off for good at
+// its first contained fault: with `off` set the call is skipped, and a fault
+// contained sets it. kFaulted goes only to the call that faulted.
+ModuleCall CallSuiteModule(volatile LONG& off, GuardedCall call, void* callContext,
+                           FaultDecision decide, void* decideContext);
+
 }  // namespace KyGuidUtils

@@ -159,10 +159,8 @@ BOOL LogFacade::Submit(LogRecord& record) {
 }
 
 bool LogFacade::RunGuarded(void (*call)(void*), void* context) {
-  if (m_faulted) return false;
-  if (KyGuidUtils::CallGuarded(call, context, &LogFacade::DecideFault, this)) return true;
-  InterlockedExchange(&m_faulted, 1);
-  return false;
+  return KyGuidUtils::CallSuiteModule(m_faulted, call, context, &LogFacade::DecideFault, this) ==
+         KyGuidUtils::ModuleCall::kReturned;
 }
 
 // Runs on the faulting thread while the exception is being dispatched, so it

@@ -141,12 +141,13 @@ bool CReportManager::Send(const char* business, const ReportFields& fields) {
 }
 
 bool CReportManager::RunGuarded(void (*call)(void*), void* context) {
-  if (m_faulted) return false;
-  if (KyGuidUtils::CallGuarded(call, context, &ContainEveryFault, nullptr)) return true;
-  InterlockedExchange(&m_faulted, 1);
-  KyLog::Write(KyLog::kError, KYLOG_SITE(L"KyReportMgr::CReportManager::RunGuarded"),
-               "reporting module faulted, reporting is off");
-  return false;
+  const KyGuidUtils::ModuleCall outcome =
+      KyGuidUtils::CallSuiteModule(m_faulted, call, context, &ContainEveryFault, nullptr);
+  if (outcome == KyGuidUtils::ModuleCall::kFaulted) {
+    KyLog::Write(KyLog::kError, KYLOG_SITE(L"KyReportMgr::CReportManager::RunGuarded"),
+                 "reporting module faulted, reporting is off");
+  }
+  return outcome == KyGuidUtils::ModuleCall::kReturned;
 }
 
 void CReportManager::BeginProcessExit() { g_exiting.store(true); }
