@@ -10,7 +10,6 @@
 #include "common/kylog.h"
 #include "common/lazysingleton.h"
 #include "common/modules.h"
-#include "common/registrylocation.h"
 #include "common/win32raii.h"
 
 namespace KyLog {
@@ -29,8 +28,6 @@ IKyLog* LoadLogModule(const wchar_t* dir) {
 }  // namespace
 
 LogFacade::LogFacade() {
-  wcsncpy_s(m_dir, KyGuidUtils::ExecutableDir().c_str(), _TRUNCATE);
-
   HMODULE self = nullptr;
   if (GetModuleHandleExW(
           GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
@@ -41,10 +38,13 @@ LogFacade::LogFacade() {
     wcsncpy_s(m_moduleName, slash ? slash + 1 : path, _TRUNCATE);
   }
 
-  m_log = LoadLogModule(m_dir);
-  if (!m_log && KyGuidUtils::ReadRegistryLocation(KyGuidUtils::kInstallDirLocation, m_dir)) {
+  // The folder the module came from is the one the module and the fault
+  // gate are told.
+  KyGuidUtils::LoadFromSuiteFolders([this](const wchar_t* dir) {
+    wcsncpy_s(m_dir, dir, _TRUNCATE);
     m_log = LoadLogModule(m_dir);
-  }
+    return m_log != nullptr;
+  });
   if (m_log) InitModule();
 }
 

@@ -8,6 +8,8 @@
 
 #include <string>
 
+#include "common/registrylocation.h"
+
 namespace KyGuidUtils {
 
 // The host executable's folder, without a trailing backslash; empty when
@@ -20,5 +22,16 @@ HMODULE LoadModuleFromFolder(const wchar_t* dir, const wchar_t* fileName);
 
 // A Windows module from the system directory, never from anywhere else.
 HMODULE LoadSystemModule(const wchar_t* fileName);
+
+// The suite's modules live beside the host executable, else in its install
+// folder: `load(dir)` is called with each in turn until it returns true.
+// False when neither answered or the suite records no install folder.
+template <typename Load>
+bool LoadFromSuiteFolders(Load&& load) {
+  if (load(ExecutableDir().c_str())) return true;
+  wchar_t installDir[MAX_PATH] = {};
+  return ReadRegistryLocation(kInstallDirLocation, installDir) &&
+         load(static_cast<const wchar_t*>(installDir));
+}
 
 }  // namespace KyGuidUtils

@@ -9,7 +9,6 @@
 
 #include "common/lazysingleton.h"
 #include "common/modules.h"
-#include "common/registrylocation.h"
 #include "common/win32raii.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/singletonex.h"
@@ -52,13 +51,12 @@ GetGuidReaderFn FindGuidReaderExport(LoadedCopy& copy) {
     FreeLibrary(loaded);
   }
 
-  const std::wstring exeDir = KyGuidUtils::ExecutableDir();
-  if (GetGuidReaderFn getReader = LoadGuidModule(exeDir.c_str(), copy)) return getReader;
-  wchar_t installDir[MAX_PATH] = {};
-  if (KyGuidUtils::ReadRegistryLocation(KyGuidUtils::kInstallDirLocation, installDir)) {
-    return LoadGuidModule(installDir, copy);
-  }
-  return LoadGuidModule(exeDir.c_str(), copy);
+  GetGuidReaderFn getReader = nullptr;
+  KyGuidUtils::LoadFromSuiteFolders([&](const wchar_t* dir) {
+    getReader = LoadGuidModule(dir, copy);
+    return getReader != nullptr;
+  });
+  return getReader;
 }
 
 void ReleaseLoadedCopy() {

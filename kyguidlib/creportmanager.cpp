@@ -12,7 +12,6 @@
 #include "common/lazysingleton.h"
 #include "common/logfacade.h"
 #include "common/modules.h"
-#include "common/registrylocation.h"
 #include "common/win32raii.h"
 #include "kyguidlib/cguiddllreader.h"
 #include "kyguidlib/guidpaths.h"
@@ -41,12 +40,7 @@ CReportManager::CReportManager(const wchar_t* dir) {
 }
 
 CReportManager::CReportManager(SearchSuiteFolders) {
-  bool loaded = Load(KyGuidUtils::ExecutableDir().c_str());
-  wchar_t installDir[MAX_PATH] = {};
-  if (!loaded && KyGuidUtils::ReadRegistryLocation(KyGuidUtils::kInstallDirLocation, installDir)) {
-    loaded = Load(installDir);
-  }
-  if (loaded) Init();
+  if (KyGuidUtils::LoadFromSuiteFolders([this](const wchar_t* dir) { return Load(dir); })) Init();
   // Last, after what Init registered for the installed copy: exit routines
   // run in reverse, so sending stops before that copy is freed.
   atexit(&CReportManager::BeginProcessExit);
