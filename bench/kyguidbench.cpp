@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "bench/importhook.h"
+#include "common/win32raii.h"
 #include "kyguidlib/cguidreader.h"
 #include "kyguidlib/cguidupdater.h"
 #include "kyguidlib/guidpaths.h"
@@ -237,14 +238,13 @@ void BuildMachine(KyGuidSim::SimulatedMachine& machine, int disks, int adapters)
 
 void ClearFolder(const std::string& folder) {
   WIN32_FIND_DATAA data;
-  HANDLE find = FindFirstFileA((folder + "\\*").c_str(), &data);
-  if (find == INVALID_HANDLE_VALUE) return;
+  const KyGuidUtils::UniqueFind find(FindFirstFileA((folder + "\\*").c_str(), &data));
+  if (!find) return;
   do {
     if (!(data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
       DeleteFileA((folder + "\\" + data.cFileName).c_str());
     }
-  } while (FindNextFileA(find, &data));
-  FindClose(find);
+  } while (FindNextFileA(find.get(), &data));
 }
 
 struct UpdateFigures {
@@ -355,11 +355,13 @@ KyGuid::IGuidReader* LoadMeasured(const std::string& dllPath, Figures& figures) 
 
 // The reader against its floor, the profile read and the registry.
 void MeasureReads(KyGuid::IGuidReader* reader, const std::string& guidDb, Figures& figures) {
-  HKEY key = nullptr;
-  RegCreateKeyExA(HKEY_CURRENT_USER, "Software\\KyGuidBench", 0, nullptr, 0, KEY_ALL_ACCESS,
-                  nullptr, &key, nullptr);
-  RegSetValueExA(key, "MachineGuid", 0, REG_SZ, reinterpret_cast<const BYTE*>(kBenchGuid), 33);
-  RegCloseKey(key);
+  {
+    KyGuidUtils::UniqueRegKey key;
+    RegCreateKeyExA(HKEY_CURRENT_USER, "Software\\KyGuidBench", 0, nullptr, 0, KEY_ALL_ACCESS,
+                    nullptr, key.put(), nullptr);
+    RegSetValueExA(key.get(), "MachineGuid", 0, REG_SZ, reinterpret_cast<const BYTE*>(kBenchGuid),
+                   33);
+  }
   char buffer[256];
   char text[33] = {};
   WIN32_FILE_ATTRIBUTE_DATA attributes;

@@ -16,12 +16,11 @@ namespace KyLog {
 namespace {
 
 IKyLog* LoadLogModule(const wchar_t* dir) {
-  HMODULE module = KyGuidUtils::LoadModuleFromFolder(dir, LogFacade::kModuleName);
-  if (!module) return nullptr;
-  auto factory = KyGuidUtils::GetProcAs<GetKyLogExFn>(module, "GetKyLogEx");
+  KyGuidUtils::UniqueModule module(KyGuidUtils::LoadModuleFromFolder(dir, LogFacade::kModuleName));
+  auto factory = KyGuidUtils::GetProcAs<GetKyLogExFn>(module.get(), "GetKyLogEx");
   IKyLog* log = factory ? factory() : nullptr;
   // The module stays loaded for the life of the process once it answered.
-  if (!log) FreeLibrary(module);
+  if (log) module.release();
   return log;
 }
 

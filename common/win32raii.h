@@ -50,6 +50,12 @@ struct HandleTraits {  // CreateEvent, _beginthreadex: null means none
 struct FileHandleTraits : HandleTraits {  // CreateFile: INVALID_HANDLE_VALUE means none
   static Type Invalid() { return INVALID_HANDLE_VALUE; }
 };
+struct FindTraits {  // FindFirstFile: INVALID_HANDLE_VALUE means none; FindClose, not CloseHandle
+  using Type = HANDLE;
+  static Type Invalid() { return INVALID_HANDLE_VALUE; }
+  static bool IsValid(Type h) { return h != INVALID_HANDLE_VALUE; }
+  static void Close(Type h) { FindClose(h); }
+};
 struct RegKeyTraits {
   using Type = HKEY;
   static Type Invalid() { return nullptr; }
@@ -72,6 +78,7 @@ struct LocalMemoryTraits {  // what the system allocates for the caller with Loc
 
 using UniqueHandle = UniqueResource<HandleTraits>;
 using UniqueFile = UniqueResource<FileHandleTraits>;
+using UniqueFind = UniqueResource<FindTraits>;
 using UniqueRegKey = UniqueResource<RegKeyTraits>;
 using UniqueModule = UniqueResource<ModuleTraits>;
 using UniqueLocalMemory = UniqueResource<LocalMemoryTraits>;

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <cwchar>
 #include <string>
+#include <utility>
 
 #include "common/lazysingleton.h"
 #include "common/modules.h"
@@ -24,32 +25,30 @@ constexpr size_t kModuleNameLength = 12;
 LoadedCopy g_copy;
 
 GetGuidReaderFn LoadGuidModule(const wchar_t* dir, LoadedCopy& copy) {
-  copy.m_module = KyGuidUtils::LoadModuleFromFolder(dir, kModuleName);
-  if (!copy.m_module) return nullptr;
-  auto getReader = KyGuidUtils::GetProcAs<GetGuidReaderFn>(copy.m_module, "GetGuidReader");
-  if (!getReader) {
-    FreeLibrary(copy.m_module);
-    copy.m_module = nullptr;
-  }
+  KyGuidUtils::UniqueModule module(KyGuidUtils::LoadModuleFromFolder(dir, kModuleName));
+  auto getReader = KyGuidUtils::GetProcAs<GetGuidReaderFn>(module.get(), "GetGuidReader");
+  if (getReader) copy.m_module = module.release();
+  return getReader;
+}
+
+// A copy its host already loaded under the suite's name, kept with a
+// reference of our own when it serves.
+GetGuidReaderFn FindLoadedGuidModule(LoadedCopy& copy) {
+  KyGuidUtils::UniqueModule loaded;
+  if (!GetModuleHandleExW(0, kModuleName, loaded.put())) return nullptr;
+  wchar_t path[MAX_PATH] = {};
+  GetModuleFileNameW(loaded.get(), path, MAX_PATH);
+  auto getReader = IsGuidModulePath(path)
+                       ? KyGuidUtils::GetProcAs<GetGuidReaderFn>(loaded.get(), "GetGuidReader")
+                       : nullptr;
+  if (getReader) copy.m_module = loaded.release();
   return getReader;
 }
 
 // A copy already in the process is preferred: usually it is the running
 // library itself, loaded by its host under the name the suite installs.
 GetGuidReaderFn FindGuidReaderExport(LoadedCopy& copy) {
-  HMODULE loaded = nullptr;
-  if (GetModuleHandleExW(0, kModuleName, &loaded)) {
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(loaded, path, MAX_PATH);
-    auto getReader = IsGuidModulePath(path)
-                         ? KyGuidUtils::GetProcAs<GetGuidReaderFn>(loaded, "GetGuidReader")
-                         : nullptr;
-    if (getReader) {
-      copy.m_module = loaded;
-      return getReader;
-    }
-    FreeLibrary(loaded);
-  }
+  if (GetGuidReaderFn getReader = FindLoadedGuidModule(copy)) return getReader;
 
   GetGuidReaderFn getReader = nullptr;
   KyGuidUtils::LoadFromSuiteFolders([&](const wchar_t* dir) {
@@ -62,8 +61,7 @@ GetGuidReaderFn FindGuidReaderExport(LoadedCopy& copy) {
 void ReleaseLoadedCopy() {
   g_copy.m_reader = nullptr;
   g_copy.m_updater = nullptr;
-  if (g_copy.m_module) FreeLibrary(g_copy.m_module);
-  g_copy.m_module = nullptr;
+  const KyGuidUtils::UniqueModule module(std::exchange(g_copy.m_module, nullptr));
 }
 
 LoadedCopy* BuildLoadedCopy() noexcept {

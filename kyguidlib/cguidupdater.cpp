@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "common/filestore.h"
 #include "common/kylog.h"
@@ -132,7 +133,7 @@ int CGuidUpdater::LockUpdateRight(uint32_t* createError) {
   if (m_updateRight) return -1;
   // Whoever creates the event holds the right; it is never signalled or
   // waited on, and is free again once every holder has closed it.
-  HANDLE event = CreateEventW(nullptr, TRUE, FALSE, kUpdateRightName);
+  KyGuidUtils::UniqueHandle event(CreateEventW(nullptr, TRUE, FALSE, kUpdateRightName));
   if (!event) {
     const DWORD error = GetLastError();
     if (createError) *createError = error;
@@ -141,12 +142,12 @@ int CGuidUpdater::LockUpdateRight(uint32_t* createError) {
     return -1;
   }
   if (GetLastError() == ERROR_ALREADY_EXISTS) {
-    CloseHandle(event);
+    event.reset();
     KyLog::Write(KyLog::kInfo, KYLOG_SITE(kFunction),
                  "can't lock update right, maybe other update thread is working");
     return 0;
   }
-  m_updateRight.reset(event);
+  m_updateRight = std::move(event);
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(kFunction), "LockUpdateRight Success");
   return 1;
 }

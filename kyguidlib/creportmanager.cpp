@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <utility>
 
 #include "common/faultguard.h"
 #include "common/kylog.h"
@@ -46,28 +47,23 @@ CReportManager::CReportManager(SearchSuiteFolders) {
   atexit(&CReportManager::BeginProcessExit);
 }
 
-CReportManager::~CReportManager() {
-  if (m_module) FreeLibrary(m_module);
-}
-
 bool CReportManager::IsShutdown() const { return m_faulted != 0 || g_exiting.load(); }
 
 bool CReportManager::IsReady() const { return m_ready != 0 && m_faulted == 0; }
 
 bool CReportManager::Load(const wchar_t* dir) {
-  HMODULE module = KyGuidUtils::LoadModuleFromFolder(dir, kModuleName);
+  KyGuidUtils::UniqueModule module(KyGuidUtils::LoadModuleFromFolder(dir, kModuleName));
   if (!module) return false;
-  auto init = KyGuidUtils::GetProcAs<KyReportInitFn>(module, "KyReportInit");
-  auto send = KyGuidUtils::GetProcAs<KyReportSendFn>(module, "KyReportSend");
+  auto init = KyGuidUtils::GetProcAs<KyReportInitFn>(module.get(), "KyReportInit");
+  auto send = KyGuidUtils::GetProcAs<KyReportSendFn>(module.get(), "KyReportSend");
   if (!init || !send) {
     wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(module, path, MAX_PATH);
+    GetModuleFileNameW(module.get(), path, MAX_PATH);
     KyLog::Write(KyLog::kWarn, KYLOG_SITE(L"KyReportMgr::CReportManager::Load"),
                  L"%s lacks KyReportInit or KyReportSend, reporting is off", path);
-    FreeLibrary(module);
     return false;
   }
-  m_module = module;
+  m_module = std::move(module);
   m_init = init;
   m_send = send;
   return true;

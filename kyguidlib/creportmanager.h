@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/win32raii.h"
 #include "kyguidlib/kyreportapi.h"
 
 namespace KyGuidUtils {
@@ -36,7 +37,6 @@ class CReportManager {
 
   // A manager over the module in `dir` alone.
   explicit CReportManager(const wchar_t* dir);
-  ~CReportManager();
   CReportManager(const CReportManager&) = delete;
   CReportManager& operator=(const CReportManager&) = delete;
 
@@ -60,7 +60,7 @@ class CReportManager {
   static void BeginProcessExit();
   static void __cdecl Trace(const char* format, ...);
 
-  HMODULE m_module = nullptr;
+  KyGuidUtils::UniqueModule m_module;
   KyReportInitFn m_init = nullptr;
   KyReportSendFn m_send = nullptr;
   volatile LONG m_ready = 0;

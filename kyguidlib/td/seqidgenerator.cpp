@@ -8,6 +8,7 @@
 #include <cstring>
 #include <utility>
 
+#include "common/comraii.h"
 #include "common/filestore.h"
 #include "common/kylog.h"
 #include "common/md5.h"
@@ -454,11 +455,10 @@ bool CSeqIDGenerator::SetIDToFile(const SeqId& id) {
 
 bool CSeqIDGenerator::GenerateID(SeqId& id) {
   LogEntry(kGenerateID);
-  const HRESULT init = CoInitialize(nullptr);
+  const KyGuidUtils::ScopedCoUninitialize leaveApartment(CoInitialize(nullptr));
   GUID guid{};
   const HRESULT created = CoCreateGuid(&guid);
   if (SUCCEEDED(created)) memcpy(id, &guid, kSeqIdSize);
-  if (SUCCEEDED(init)) CoUninitialize();
   return SUCCEEDED(created);
 }
 
