@@ -28,7 +28,7 @@
 #include "kyguidlib/cguidupdater.h"
 #include "kyguidlib/guidpaths.h"
 #include "kyguidlib/kyguidapi.h"
-#include "kyguidlib/platform_testing.h"
+#include "kyguidlib/platform_override.h"
 #include "tools/simmachine/simulatedmachine.h"
 
 // --- Heap allocations made through operator new in this process ----------

@@ -1,6 +1,7 @@
 // Wall-clock time, for ages measured across processes and restarts: build
 // times, history times, report ages, the fault gate. Every reading goes
-// through the platform's clock, so tests run at a time of their choosing.
+// through the clock in force, the system's unless a substitute platform put
+// another in its place, so tests run at a time of their choosing.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +15,14 @@ class IClock {
   virtual int64_t Now() = 0;
 };
 
-// The platform's clock now (kyguidlib/platform.cpp).
+IClock& SystemClock();
+
+// Puts `clock` in force (the system's when null) and returns the clock it
+// replaces. Only a substitute platform calls it: the shipped library always
+// reads the system's.
+IClock* SetClock(IClock* clock);
+
+// The clock in force, now.
 int64_t CurrentTime();
 
 }  // namespace KyGuidUtils

@@ -3,10 +3,8 @@
 #include <windows.h>
 #include <shlobj.h>
 
-#include <ctime>
-
 #include "kyguidlib/hardware.h"
-#include "kyguidlib/platform_testing.h"
+#include "kyguidlib/platform_override.h"
 
 namespace KyGuid {
 namespace {
@@ -28,15 +26,10 @@ class Win32Ticks final : public ITickSource {
   uint32_t GetTickCount() override { return ::GetTickCount(); }
 };
 
-class Win32Clock final : public IClock {
- public:
-  int64_t Now() override { return _time64(nullptr); }
-};
-
 Win32Folders g_folders;
 Win32Ticks g_ticks;
-Win32Clock g_clock;
-Platform g_platform{&g_folders, &g_ticks, &Win32Hardware(), &g_clock, &Win32Security()};
+Platform g_platform{&g_folders, &g_ticks, &Win32Hardware(), &KyGuidUtils::SystemClock(),
+                    &Win32Security()};
 
 }  // namespace
 
@@ -46,16 +39,16 @@ ScopedPlatform::ScopedPlatform(const Platform& replacement) : m_previous(g_platf
   if (replacement.folders) g_platform.folders = replacement.folders;
   if (replacement.ticks) g_platform.ticks = replacement.ticks;
   if (replacement.hardware) g_platform.hardware = replacement.hardware;
-  if (replacement.clock) g_platform.clock = replacement.clock;
+  if (replacement.clock) {
+    g_platform.clock = replacement.clock;
+    KyGuidUtils::SetClock(replacement.clock);
+  }
   if (replacement.security) g_platform.security = replacement.security;
 }
 
-ScopedPlatform::~ScopedPlatform() { g_platform = m_previous; }
+ScopedPlatform::~ScopedPlatform() {
+  g_platform = m_previous;
+  KyGuidUtils::SetClock(m_previous.clock);
+}
 
 }  // namespace KyGuid
-
-namespace KyGuidUtils {
-
-int64_t CurrentTime() { return KyGuid::CurrentPlatform().clock->Now(); }
-
-}  // namespace KyGuidUtils

@@ -1,8 +1,9 @@
 // Everything the library takes from the machine goes through these seams.
 // The shipped library only ever uses the Win32 implementations; the test
-// executables, which link the core directly, install simulated ones with
-// ScopedPlatform (platform_testing.h). Nothing reachable from the exports can
-// swap them, and no environment variable or file substitutes them.
+// executables and the support tool, which link the core directly, install
+// simulated ones with ScopedPlatform (platform_override.h). Nothing reachable
+// from the exports can swap them, and no environment variable or file
+// substitutes them.
 #pragma once
 
 #include <cstdint>
@@ -57,7 +58,7 @@ struct Platform {
   IFolders* folders;
   ITickSource* ticks;
   IHardware* hardware;
-  IClock* clock = nullptr;
+  IClock* clock = nullptr;  // ScopedPlatform puts it in force with KyGuidUtils::SetClock
   ISecurity* security = nullptr;
 };
 

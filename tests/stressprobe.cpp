@@ -21,7 +21,7 @@
 #include "kyguidlib/cguidbuilder.h"
 #include "kyguidlib/cguidupdater.h"
 #include "kyguidlib/kyguidapi.h"
-#include "kyguidlib/platform_testing.h"
+#include "kyguidlib/platform_override.h"
 #include "kyguidlib/singletonex.h"
 #include "tools/simmachine/simulatedmachine.h"
 

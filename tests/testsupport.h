@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "kyguidlib/platform.h"
-#include "kyguidlib/platform_testing.h"
+#include "kyguidlib/platform_override.h"
 #include "tools/simmachine/simulatedmachine.h"
 
 namespace KyGuidTest {

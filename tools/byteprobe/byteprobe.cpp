@@ -18,7 +18,13 @@
 
 #include "common/md5.h"
 #include "kyguidlib/cguidupdater.h"
+// tools/byteprobe.sh builds this probe against older revisions as well,
+// from before the header had its present name.
+#if __has_include("kyguidlib/platform_override.h")
+#include "kyguidlib/platform_override.h"
+#else
 #include "kyguidlib/platform_testing.h"
+#endif
 #include "tools/simmachine/simulatedmachine.h"
 
 namespace {

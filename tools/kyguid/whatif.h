@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "kyguidlib/platform_testing.h"
+#include "kyguidlib/platform_override.h"
 #include "tools/simmachine/simulatedmachine.h"
 
 namespace KyGuidCli {

@@ -1,5 +1,7 @@
-// Test executables only: runs a scope against a simulated platform. Members
-// left null keep the Win32 implementation.
+// Runs a scope against a substitute platform: the test executables' and the
+// support tool's simulated machine (kyguid --machine and its what-if runs),
+// on purpose. KyGuid64.dll never includes it. Members left null keep the
+// implementation in force.
 #pragma once
 
 #include "kyguidlib/platform.h"
