@@ -25,4 +25,8 @@ IClock* SetClock(IClock* clock);
 // The clock in force, now.
 int64_t CurrentTime();
 
+// Now as the GUID records and the report cache keep it: 32 bits, which is
+// what the suite's other components read there.
+inline int32_t CurrentTime32() { return static_cast<int32_t>(CurrentTime()); }
+
 }  // namespace KyGuidUtils

@@ -61,7 +61,7 @@ class SystemFacts : public IDecisionFacts {
     return true;
   }
 
-  int32_t Now() override { return static_cast<int32_t>(KyGuidUtils::CurrentTime()); }
+  int32_t Now() override { return KyGuidUtils::CurrentTime32(); }
 };
 
 std::vector<DiskInfo> FetchDisks() {
@@ -175,7 +175,7 @@ void CGuidBuilder::LogOutcome() const {
 GuidRecord CGuidBuilder::BestGuid() const {
   GuidRecord best;
   BuildBestGuid(m_plan.disks, m_plan.adapters, m_plan.replaced,
-                static_cast<int32_t>(KyGuidUtils::CurrentTime()), best);
+                KyGuidUtils::CurrentTime32(), best);
   return best;
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/clock.h"
 #include "common/filestore.h"
 #include "common/kylog.h"
 #include "common/md5.h"
@@ -27,8 +28,6 @@ constexpr char kResultField[] = "update_result";
 // A cached report holds a few hundred bytes; this only guards against a
 // spoiled file.
 constexpr size_t kMaxSectionBytes = 1 << 20;
-
-int32_t Now() { return static_cast<int32_t>(KyGuidUtils::CurrentTime()); }
 
 std::string SectionName(int n) { return "Report" + std::to_string(n); }
 
@@ -130,7 +129,8 @@ BOOL CGuidReporter::SaveToCache(const ReportFields& report) {
 
   // Old keys that this report lacks stay in the section.
   const std::string section = SectionName(static_cast<int>(count % kCacheSections));
-  KyGuidUtils::WriteIniString(m_path, section.c_str(), kTimeKey, std::to_string(Now()));
+  KyGuidUtils::WriteIniString(m_path, section.c_str(), kTimeKey,
+                              std::to_string(KyGuidUtils::CurrentTime32()));
   for (const auto& field : report) {
     KyGuidUtils::WriteIniString(m_path, section.c_str(), field.first.c_str(), field.second);
   }
@@ -153,7 +153,7 @@ int CGuidReporter::LoadFromCache(std::vector<ReportFields>& list) {
   const int count = KyGuidUtils::ReadIniInt(m_path, kDescSection, kCountKey, 0);
   if (count < 1) return 0;
 
-  const int64_t now = Now();
+  const int64_t now = KyGuidUtils::CurrentTime32();
   for (int n = std::max(count - kCacheSections, 0); n < count; ++n) {
     const std::string section = SectionName(n % kCacheSections);
     const int32_t cachedAt = KyGuidUtils::ReadIniInt(m_path, section.c_str(), kTimeKey, 0);
