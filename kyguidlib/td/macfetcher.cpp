@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "common/kylog.h"
+#include "common/strutil.h"
 #include "kyguidlib/hardware.h"
 #include "kyguidlib/platform.h"
 
@@ -94,14 +95,7 @@ bool MACAddress::operator==(const MACAddress& other) const {
 
 std::string MACAddress::ToString() const {
   LogEntry(L"MACAddress::ToString");
-  static const char kDigits[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(kLength * 2);
-  for (uint8_t byte : m_bytes) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0x0F];
-  }
-  return text;
+  return KyGuidUtils::BytesToHex(m_bytes, kLength);
 }
 
 bool MACAddress::IsZero() const {

@@ -12,6 +12,7 @@
 #include "common/filestore.h"
 #include "common/kylog.h"
 #include "common/md5.h"
+#include "common/strutil.h"
 #include "kyguidlib/globalmgrfile.h"
 #include "kyguidlib/hardware.h"
 #include "kyguidlib/guidpaths.h"
@@ -146,16 +147,7 @@ std::string GetSequenceID(const std::string& currentGuid) {
   return ancientGuid;
 }
 
-std::string SeqIdToText(const SeqId& id) {
-  constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(kSeqIdSize * 2);
-  for (uint8_t byte : id) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0x0F];
-  }
-  return text;
-}
+std::string SeqIdToText(const SeqId& id) { return KyGuidUtils::BytesToHex(id, kSeqIdSize); }
 
 CSeqIDGenerator::CSeqIDGenerator() : CSeqIDGenerator(SeqIdSources()) {}
 

@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <string>
 
+#include "common/strutil.h"
 #include "kyguidlib/kyreportapi.h"
 
 namespace {
@@ -52,7 +53,6 @@ std::string OutputPath() {
 }
 
 void AppendJsonString(std::string& out, const char* text) {
-  static const char kHex[] = "0123456789abcdef";
   out += '"';
   for (const unsigned char* c = reinterpret_cast<const unsigned char*>(text ? text : ""); *c; ++c) {
     switch (*c) {
@@ -63,9 +63,7 @@ void AppendJsonString(std::string& out, const char* text) {
       case '\t': out += "\\t"; break;
       default:
         if (*c < 0x20 || *c >= 0x7F) {
-          out += "\\u00";
-          out += kHex[*c >> 4];
-          out += kHex[*c & 0xF];
+          out += "\\u00" + KyGuidUtils::BytesToHex(c, 1);
         } else {
           out += static_cast<char>(*c);
         }
