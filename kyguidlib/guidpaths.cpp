@@ -9,13 +9,29 @@ namespace KyGuid {
 namespace {
 
 constexpr wchar_t kSuiteSubFolder[] = L"\\Corvane\\Greibraske";
+constexpr wchar_t kGlobalMgrName[] = L"GlobalMgr.db";
+
+// False when the shell gives no folder for `csidl`; `folder` is empty then,
+// and also when it would not fit in MAX_PATH.
+bool FindSuiteFolder(int csidl, std::wstring& folder) {
+  folder.clear();
+  std::wstring base;
+  if (!CurrentPlatform().folders->GetFolder(csidl, base)) return false;
+  folder = base + kSuiteSubFolder;
+  if (folder.size() >= MAX_PATH) folder.clear();
+  return true;
+}
 
 std::wstring SuiteFolder(int csidl) {
-  std::wstring base;
-  if (!CurrentPlatform().folders->GetFolder(csidl, base)) return std::wstring();
-  std::wstring folder = base + kSuiteSubFolder;
-  if (folder.size() >= MAX_PATH) return std::wstring();
+  std::wstring folder;
+  FindSuiteFolder(csidl, folder);
   return folder;
+}
+
+std::string GlobalMgrFileA(int csidl) {
+  std::wstring path;
+  GetGlobalMgrPath(csidl, path);
+  return WideToAnsi(path);
 }
 
 std::string FileInProfileDir(const char* name) {
@@ -37,14 +53,17 @@ uint64_t FileLastWriteTime(const std::string& path) {
 
 std::wstring GetProfileDir() { return SuiteFolder(CSIDL_COMMON_APPDATA); }
 std::string GetProfileDirA() { return WideToAnsi(GetProfileDir()); }
-std::string GetUserProfileDirA() { return WideToAnsi(SuiteFolder(CSIDL_APPDATA)); }
 std::string GetGuidFilePath() { return FileInProfileDir("Guid.db"); }
 std::string GetReportFilePath() { return FileInProfileDir("GuidReport.dat"); }
-std::string GetGlobalMgrFilePath() { return FileInProfileDir("GlobalMgr.db"); }
-std::string GetUserGlobalMgrFilePath() {
-  const std::string dir = GetUserProfileDirA();
-  return dir.empty() ? std::string() : dir + "\\GlobalMgr.db";
+
+bool GetGlobalMgrPath(int csidl, std::wstring& path) {
+  const bool found = FindSuiteFolder(csidl, path);
+  if (!path.empty()) path += std::wstring(L"\\") + kGlobalMgrName;
+  return found;
 }
+
+std::string GetGlobalMgrFilePath() { return GlobalMgrFileA(CSIDL_COMMON_APPDATA); }
+std::string GetUserGlobalMgrFilePath() { return GlobalMgrFileA(CSIDL_APPDATA); }
 
 std::wstring GetCommitListPath() {
   const std::wstring dir = GetProfileDir();
@@ -55,14 +74,14 @@ std::vector<std::wstring> GetStoreFiles() {
   std::vector<std::wstring> files;
   const std::wstring dir = GetProfileDir();
   if (!dir.empty()) {
-    for (const wchar_t* name : {L"Guid.db", L"GuidReport.dat", L"GlobalMgr.db", L"GlobalMgrBack.db",
+    for (const wchar_t* name : {L"Guid.db", L"GuidReport.dat", kGlobalMgrName, L"GlobalMgrBack.db",
                                 L"HDD.db", L"GuidInfo.db", L"GuidList.db"}) {
       files.push_back(dir + L"\\" + name);
     }
   }
   const std::wstring userDir = SuiteFolder(CSIDL_APPDATA);
   if (!userDir.empty()) {
-    files.push_back(userDir + L"\\GlobalMgr.db");
+    files.push_back(userDir + L"\\" + kGlobalMgrName);
     files.push_back(userDir + L"\\Global.db");
   }
   std::wstring common;

@@ -15,11 +15,15 @@ std::wstring GetProfileDir();
 std::string GetProfileDirA();
 std::string GetGuidFilePath();
 std::string GetReportFilePath();
+// GlobalMgr.db, the legacy scheme's cache, in the suite folder under the
+// shell folder `csidl` (CSIDL_COMMON_APPDATA or CSIDL_APPDATA). False when
+// the shell gives no such folder; `path` is empty then, and also when the
+// suite folder's own path would not fit in MAX_PATH.
+bool GetGlobalMgrPath(int csidl, std::wstring& path);
+// GlobalMgr.db in the profile folder, narrow.
 std::string GetGlobalMgrFilePath();
-// GlobalMgr.db in the per-user counterpart of the profile folder.
+// GlobalMgr.db in the per-user counterpart of the profile folder, narrow.
 std::string GetUserGlobalMgrFilePath();
-// The per-user counterpart of the profile folder (CSIDL_APPDATA), narrow.
-std::string GetUserProfileDirA();
 // The file a commit of several files lists them in, in the data folder.
 std::wstring GetCommitListPath();
 // Every file the library writes.

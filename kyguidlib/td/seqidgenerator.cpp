@@ -44,7 +44,6 @@ constexpr wchar_t kCreateGuidInfoFile[] = L"CGuidInfo::CreateGuidInfoFile";
 
 // Other programs of the suite read these exact places: the cache files under
 // "Greibraske", the common id file under "Desktop".
-constexpr wchar_t kCacheSubPath[] = L"Corvane\\Greibraske\\GlobalMgr.db";
 constexpr wchar_t kBackupName[] = L"GlobalMgrBack.db";
 constexpr wchar_t kCommonIdFolder[] = L"\\Corvane\\Desktop";
 constexpr wchar_t kUserIdFolder[] = L"\\Corvane\\Greibraske";
@@ -83,19 +82,16 @@ void ParseSeqId(const char* text, SeqId& id) {
   }
 }
 
-// `folder` + `subPath` into the caller's buffer when the shell knows the
-// folder and the whole fits; otherwise the buffer stays as it was.
+// GlobalMgr.db into the caller's buffer when the shell knows the folder and
+// the whole fits; otherwise the buffer stays as it was.
 bool BuildCachePath(int csidl, const wchar_t* function, wchar_t* path) {
-  std::wstring folder;
-  if (!KyGuid::CurrentPlatform().folders->GetFolder(csidl, folder)) {
+  std::wstring file;
+  if (!KyGuid::GetGlobalMgrPath(csidl, file)) {
     KyLog::Write(KyLog::kError, KYLOG_SITE(function), "failed to get common appdata dir");
     return false;
   }
-  wchar_t combined[kPathSize] = {};
-  if (folder.size() >= kPathSize || !PathCombineW(combined, folder.c_str(), kCacheSubPath)) {
-    return false;
-  }
-  wcscpy_s(path, kPathSize, combined);
+  if (file.empty() || file.size() >= kPathSize) return false;
+  wcscpy_s(path, kPathSize, file.c_str());
   return true;
 }
 
