@@ -39,8 +39,6 @@ class LogFacade {
   BOOL TraceVA(uint64_t category, uint32_t error, const wchar_t* file, uint32_t line,
                const wchar_t* function, const char* format, va_list args);
 
-  const wchar_t* Directory() const { return m_dir; }
-  bool Loaded() const { return m_log != nullptr; }
   bool Faulted() const { return m_faulted != 0; }
 
  private:

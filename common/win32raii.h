@@ -94,7 +94,6 @@ class CriticalSection {
   CriticalSection(const CriticalSection&) = delete;
   CriticalSection& operator=(const CriticalSection&) = delete;
 
-  bool Ready() const { return m_ready; }
   void Delete() {
     if (m_ready) DeleteCriticalSection(&m_section);
     m_ready = false;

@@ -26,7 +26,6 @@ class CThreadBase {
   BOOL StopAndJoin();
 
   HANDLE StopEvent() const { return m_stopEvent.get(); }
-  bool HasThread() const { return m_thread.valid(); }
 
  private:
   static unsigned __stdcall ThreadEntry(void* self);

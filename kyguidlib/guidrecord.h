@@ -20,8 +20,6 @@ struct GuidRecord {
   int32_t Score = -1;
   int32_t Reason = 0;
   int32_t Version = 0;
-
-  void Reset() { *this = GuidRecord(); }
 };
 
 }  // namespace KyGuid

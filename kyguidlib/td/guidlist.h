@@ -64,8 +64,6 @@ class CGuidList {
   // The current record as the file holds it (ChangeType and Time included).
   GuidListRecord ReadFileCurGuid() const;
 
-  const GuidListRecord& OldRecord() const { return m_old; }
-  const GuidListRecord& CurRecord() const { return m_cur; }
   const std::wstring& FilePathW() const { return m_pathW; }
   const std::string& FilePath() const { return m_path; }
 

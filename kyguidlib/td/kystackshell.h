@@ -24,7 +24,6 @@ class CKyStackShell {
 
   void Enter(const char* name);
   void Leave(const char* name);
-  bool Loaded() const { return m_enter != nullptr; }
 
   CKyStackShell(const CKyStackShell&) = delete;
   CKyStackShell& operator=(const CKyStackShell&) = delete;
