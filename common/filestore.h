@@ -5,7 +5,7 @@
 // whole new content.
 //
 // A StoreStep is one logical change, such as a new record in Guid.db with its
-// history section, or the earlier scheme's refresh of all its files. While a
+// history section, or the legacy scheme's refresh of all its files. While a
 // step is open on a thread, every read and write of that thread through this
 // module and through the profile functions of profilefile.h goes to the
 // step's working copies: the step sees its own writes and nobody else sees

@@ -1,4 +1,4 @@
-// The INI files of the library and of the earlier scheme are read and
+// The INI files of the library and of the legacy scheme are read and
 // written through the narrow profile functions only, on paths in the ANSI
 // code page; these are the only calls to them. The bytes are the profile
 // functions' own, but a write never reaches the file in place: it goes into

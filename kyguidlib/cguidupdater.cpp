@@ -23,7 +23,7 @@ constexpr DWORD kRightRetryDelayMs = 10;
 
 uint32_t Ticks() { return CurrentPlatform().ticks->GetTickCount(); }
 
-// The legacy refresh after a saving build: the one entry into the earlier
+// The legacy refresh after a saving build: the one entry into the legacy
 // scheme. Returns its machine id, empty when the build failed. The refresh
 // and the write-back of the GUID in force commit as one step: GlobalMgr.db,
 // which keeps the identity while Guid.db is lost, never holds the freshly

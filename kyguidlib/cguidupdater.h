@@ -45,7 +45,7 @@ class CGuidUpdater : public IGuidUpdater, public KyGuidUtils::CThreadBase {
   void UnlockUpdateRight();
 
   // The update itself, once the right is held: finishes what a crash left,
-  // keeps or builds the GUID, refreshes the earlier scheme's files, then
+  // keeps or builds the GUID, refreshes the legacy scheme's files, then
   // sends this run's report from the background thread or caches it for a
   // synchronous caller; the result line is logged at `resultSite`. Returns
   // the update result.

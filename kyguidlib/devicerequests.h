@@ -44,7 +44,7 @@ constexpr uint32_t kIoctlScsiMiniport = 0x4D008;
 // --- The storage device descriptor -------------------------------------------
 // STORAGE_PROPERTY_QUERY for the standard device property: all zero.
 constexpr uint32_t kPropertyQuerySize = 12;
-// The current scheme reads the descriptor into 4096 bytes, the earlier
+// The current scheme reads the descriptor into 4096 bytes, the legacy
 // scheme into 2048; string offsets outside the buffer are ignored.
 constexpr uint32_t kDescriptorBufferSize = 4096;
 constexpr uint32_t kLegacyDescriptorBufferSize = 2048;
@@ -96,7 +96,7 @@ constexpr uint32_t kMiniportInputSize = kSrbIoControlSize + kSendCmdInSize - 1;
 constexpr uint32_t kMiniportBlockSize = kSrbIoControlSize + kSendCmdOutSize + kIdentifyDataSize;
 constexpr size_t kMiniportIdentifyAt = kSrbIoControlSize + kSendCmdOutHeaderSize;
 static_assert(kMiniportInputSize == 60 && kMiniportBlockSize == 557 && kMiniportIdentifyAt == 44,
-              "the sizes the earlier scheme sent");
+              "the sizes the legacy scheme sent");
 
 // IDENTIFY DEVICE for ATA drives, IDENTIFY PACKET DEVICE for the ATAPI ones:
 // the device map of the version reply carries one ATAPI bit per drive,

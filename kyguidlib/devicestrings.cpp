@@ -107,7 +107,7 @@ std::string DecodeDescriptorString(const uint8_t* buffer, size_t size, uint32_t 
     }
   }
   if (swap && !result.empty()) {
-    // The earlier code swapped (length - 1) / 2 + 1 pairs, so with an odd
+    // The legacy scheme swapped (length - 1) / 2 + 1 pairs, so with an odd
     // length the last character traded places with the terminator and was
     // lost. Disk GUIDs were hashed from that shortened serial.
     if (result.size() % 2 != 0) result.pop_back();

@@ -2,7 +2,7 @@
 // descriptor and the 512-byte ATA IDENTIFY block. The bytes are untrusted, so
 // nothing here reads outside the buffer it is given, whatever the offsets in
 // it say. The ancient disk reads' decoders reproduce the exact strings the
-// earlier identifier scheme hashed, quirks included, because stored disk
+// legacy scheme hashed, quirks included, because stored disk
 // GUIDs depend on them.
 #pragma once
 
@@ -33,7 +33,7 @@ StorageDescriptorFields ParseStorageDescriptor(const uint8_t* buffer, size_t siz
 std::string IdentifySwappedString(const uint8_t* identify512, size_t byteOffset, size_t words);
 
 // Words `firstWord`..`lastWord` (inclusive) in reading order, trailing
-// blanks removed; leading blanks stay, as the earlier scheme hashed them.
+// blanks removed; leading blanks stay, as the legacy scheme hashed them.
 std::string GetIdentifyString(const uint8_t* identify512, int firstWord, int lastWord);
 
 // The zero-terminated string at `offset` of a descriptor; one that runs to
@@ -43,7 +43,7 @@ std::string DescriptorStringAt(const uint8_t* buffer, size_t size, size_t offset
 // Reads `text` as hex digit pairs, treating characters for which
 // `countsAsZero` holds as the digit '0'. Fails at any other non-hex
 // character and at a byte that is neither zero nor printable. The result
-// ends at its first zero byte, since the earlier scheme decoded into a C
+// ends at its first zero byte, since the legacy scheme decoded into a C
 // string; an odd last digit forms no byte.
 bool DecodeHexText(const std::string& text, bool (*countsAsZero)(unsigned char),
                    std::string& decoded);

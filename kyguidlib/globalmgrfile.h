@@ -1,4 +1,4 @@
-// GlobalMgr.db, the earlier identifier scheme's cache, which older
+// GlobalMgr.db, the legacy scheme's cache, which older
 // components of the suite read for the machine id. Every read and write of
 // it goes through here.
 //

@@ -186,7 +186,7 @@ bool WholeOrAbsent(const std::string& path, const char* section, const char* key
   return IniRead(path, section, key) == identity && !IniRead(path, section, last).empty();
 }
 
-// The parameter: whether the GUID in force came from the earlier scheme.
+// The parameter: whether the GUID in force came from the legacy scheme.
 class KillTest : public DllTest, public ::testing::WithParamInterface<bool> {};
 
 // An update through the DLL in a process of its own, killed at a random

@@ -238,7 +238,7 @@ TEST_F(FetcherTest,
   EXPECT_EQ(sent(), "C0000000/3 Scsi3: 32/0/0/00/EC/0 Scsi3: 32/0/0/00/EC/1");
   CAncientDiskFetcher::FetchWithZeroRights(disks);
   EXPECT_EQ(sent(), "0/3");
-  // The earlier scheme's strings stay as raw as it hashed them.
+  // The legacy scheme's strings stay as raw as it hashed them.
   std::string records;
   for (const DiskInfo& d : disks)
     records += std::to_string(d.Index) + "|" + d.ProductId + "|" + d.SerialNumber + " ";

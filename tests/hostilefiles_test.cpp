@@ -219,7 +219,7 @@ TEST_F(HostileFilesTest, DamagedSideFilesNeitherCrashNorCostTheGuid) {
       EXPECT_EQ(kGoodGuid, Read());
 
       // With a Guid.db that matches nothing, and again without one, which
-      // sends the update to the earlier scheme's files.
+      // sends the update to the legacy scheme's files.
       ExpectUpdateEndsWell(refused);
       DeleteFileA(GuidDbPath().c_str());
       const std::string kept = Read();

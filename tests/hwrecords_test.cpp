@@ -115,7 +115,7 @@ TEST(ClassifyAdapterTest, BusFirstThenWirelessOrVirtualWords) {
   }
 }
 
-// The current and the earlier scheme's decoder agree on the common cases and
+// The current and the legacy scheme's decoder agree on the common cases and
 // differ on purpose in the others, so each row shows both.
 TEST(DescriptorStringDecodersTest, HexPlainSwapAndTrim) {
   const struct {
@@ -158,7 +158,7 @@ TEST(Md5Test, KnownDigestsAndTheEarlierSchemesDiskGuid) {
   EXPECT_EQ(KyGuidUtils::Md5Hex(nullptr, 0), "d41d8cd98f00b204e9800998ecf8427e");
   EXPECT_EQ(KyGuidUtils::Md5Hex(std::string(56, 'a')), "3b0c8ac703f828b04c6c197006d17218");
   EXPECT_EQ(KyGuidUtils::Md5Hex(allBytes), "e2c865db4162bed963bfaa9ef6ac18f0");
-  // The earlier scheme's disk GUID: serial, model and revision in that order.
+  // The legacy scheme's disk GUID: serial, model and revision in that order.
   EXPECT_EQ(CalcDiskGuid("b", "c", "a"), "900150983cd24fb0d6963f7d28e17f72");
 }
 

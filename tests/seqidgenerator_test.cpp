@@ -1,4 +1,4 @@
-// The earlier scheme's sequence id: when the cache in GlobalMgr.db is kept or
+// The legacy scheme's sequence id: when the cache in GlobalMgr.db is kept or
 // recomputed, its backup, the change list in GuidList.db, and the Global.db id
 // of a machine without a MAC (the builder's golden files show a first update).
 #include <map>

@@ -77,7 +77,7 @@ class StoreTest : public KyGuidTest::IsolatedTest,
     m_machine.AddAdapter("{NIC}", "Ethernet", {0, 0x11, 0x22, 0xAA, 0xBB, nic}).pnpId = "PCI\\8086";
     m_machine.processorBrand.assign(48, cpu);
   }
-  // The earlier scheme's GUID bound by its MAC, on a machine whose drive
+  // The legacy scheme's GUID bound by its MAC, on a machine whose drive
   // answers no legacy read: its identity is made up in HDD.db.
   void UseAncientMachine() {
     m_machine = SimulatedMachine();

@@ -1,4 +1,4 @@
-// One physical drive's identity as the earlier identifier scheme reads it.
+// One physical drive's identity as the legacy scheme reads it.
 #pragma once
 
 #include <string>

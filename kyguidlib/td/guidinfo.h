@@ -1,4 +1,4 @@
-// GuidInfo.db: the hardware digests the earlier identifier scheme has seen on
+// GuidInfo.db: the hardware digests the legacy scheme has seen on
 // this machine, so that a later run can tell a changed adapter or drive from
 // a different machine. The file is rewritten from memory; the library never
 // reads it back.

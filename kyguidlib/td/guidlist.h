@@ -1,4 +1,4 @@
-// GuidList.db: the legacy identifier record in use and, numbered from 0, every
+// GuidList.db: the legacy scheme's record in use and, numbered from 0, every
 // record it replaced, so that support can follow an id through hardware
 // changes.
 //

@@ -1,4 +1,4 @@
-// How the earlier scheme's drive identity reads the strings of an IDENTIFY
+// How the legacy scheme's drive identity reads the strings of an IDENTIFY
 // block and of a storage device descriptor. Its sequence ids were hashed
 // from exactly these strings, so they keep that scheme's own rules.
 #pragma once

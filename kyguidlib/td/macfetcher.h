@@ -1,4 +1,4 @@
-// The network adapter address of the earlier identifier scheme: one MAC picked
+// The network adapter address of the legacy scheme: one MAC picked
 // from the IP helper's list (or NetBIOS), and every adapter address seen.
 #pragma once
 

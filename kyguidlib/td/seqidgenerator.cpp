@@ -119,7 +119,7 @@ bool GetCPUBrand(std::string& brand) {
 
 std::string GetSequenceID(const std::string& currentGuid) {
   // Logged under the generator's name: support reads it as part of the
-  // earlier scheme's run.
+  // legacy scheme's run.
   LogEntry(kGetSequenceID);
   SeqId id = {};
   {

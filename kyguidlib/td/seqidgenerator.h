@@ -1,4 +1,4 @@
-// The sequence id of the earlier identifier scheme: a 16-byte machine id
+// The sequence id of the legacy scheme: a 16-byte machine id
 // hashed from the chosen MAC address, the first drive's identity and (for
 // caches built after the processor joined the scheme) the CPU brand string.
 // It is cached with the three identity digests in GlobalMgr.db, which older
@@ -106,7 +106,7 @@ class CSeqIDGenerator {
 std::string SeqIdToText(const SeqId& id);
 
 // What an update runs after a saving build: computes the sequence id (which
-// refreshes the earlier scheme's files) and, when `currentGuid` is not
+// refreshes the legacy scheme's files) and, when `currentGuid` is not
 // empty, writes it over the id in GlobalMgr.db and copies that file over a
 // per-user one that holds another GUID, so older components read the GUID in
 // force. Returns the sequence id as text.

@@ -318,7 +318,7 @@ void RunDesktopStories(Probe& probe) {
 void RunEdgeStories(Probe& probe) {
   SimulatedMachine desktop;
   AddDesktop(desktop);
-  // A legacy scheme's GUID bound by its MAC, on a machine whose drive
+  // The legacy scheme's GUID bound by its MAC, on a machine whose drive
   // answers no legacy read: the random drive identity is made up.
   SimulatedMachine legacy;
   legacy.AddDrive(0).descriptor = SimulatedMachine::Descriptor("", "", "", "", 1, false);

@@ -36,7 +36,7 @@ std::string BoundDiskText(const CGuidBuilder& builder) {
   if (const KyGuid::DiskInfo* disk = builder.FindDisk(active.DiskIndex)) {
     return std::to_string(disk->Index) + " " + KyGuid::DiskKey(*disk);
   }
-  // The earlier scheme's disk reads can bind a drive the disk fetcher missed.
+  // The legacy scheme's disk reads can bind a drive the disk fetcher missed.
   if (active.DiskIndex >= 0)
     return "drive " + std::to_string(active.DiskIndex) + " " + active.DiskKey;
   return active.DiskKey.empty() ? "none" : "none; no present disk carries the stored key";

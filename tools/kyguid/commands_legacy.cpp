@@ -1,4 +1,4 @@
-// legacy: the earlier identifier scheme's files in the data folder, which
+// legacy: the legacy scheme's files in the data folder, which
 // explain where an ancient GUID came from and what it will be bound by.
 #include <algorithm>
 #include <cstdio>

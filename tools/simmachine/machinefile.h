@@ -53,7 +53,7 @@ struct MachineAdapter {
   int64_t mediaSubType = -1;  // -1: no registry value
 };
 
-// What the earlier scheme reads besides disks and adapters: SCSI ports that
+// What the legacy scheme reads besides disks and adapters: SCSI ports that
 // answer IDENTIFY through their miniport, NetBIOS LAN adapters, and the
 // processor's brand string.
 struct MachineScsiPort {
