@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <cwchar>
-#include <string>
 
 #include "common/clock.h"
 #include "common/faultgate.h"

@@ -30,8 +30,7 @@ template <typename Load>
 bool LoadFromSuiteFolders(Load&& load) {
   if (load(ExecutableDir().c_str())) return true;
   wchar_t installDir[MAX_PATH] = {};
-  return ReadRegistryLocation(kInstallDirLocation, installDir) &&
-         load(static_cast<const wchar_t*>(installDir));
+  return ReadRegistryLocation(kInstallDirLocation, installDir) && load(installDir);
 }
 
 }  // namespace KyGuidUtils
