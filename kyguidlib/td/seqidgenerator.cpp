@@ -156,55 +156,36 @@ CSeqIDGenerator::CSeqIDGenerator(SeqIdSources sources) : m_sources(std::move(sou
 
 CSeqIDGenerator::~CSeqIDGenerator() { LogEntry(kDestructor); }
 
+// What the three sources gave, and their digests (all zero when absent).
+struct CSeqIDGenerator::Identities {
+  MACAddress mac;
+  std::vector<MACAddress> macList;
+  bool bMac = false;
+  std::string serial, model, revision;
+  std::vector<DriveRecord> drives;
+  bool bHdd = false;
+  std::string cpuBrand;
+  bool bCpu = false;
+  char macMd5[kDigestTextSize] = {};
+  char hddMd5[kDigestTextSize] = {};
+  char cpuMd5[kDigestTextSize] = {};
+};
+
 void CSeqIDGenerator::GetSequenceIDImp(SeqId& id) {
   LogEntry(kGetSequenceIDImp);
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "Fetch hardware begin");
   KyGuid::ITickSource& ticks = *KyGuid::CurrentPlatform().ticks;
   const uint32_t begin = ticks.GetTickCount();
-
-  MACAddress mac;
-  std::vector<MACAddress> macList;
-  const bool bMac = m_sources.mac(mac, macList);
-  std::string serial, model, revision;
-  std::vector<DriveRecord> drives;
-  const bool bHdd = m_sources.drive(serial, model, revision, drives);
-  std::string cpuBrand;
-  const bool bCpu = m_sources.cpuBrand(cpuBrand);
-
+  Identities hw;
+  FetchIdentities(hw);
   wchar_t cachePath[kPathSize] = {};
   GetCacheFilePath(cachePath);
-  m_guidInfo.ResetGuidInfo();
-  m_guidInfo.SetPath(cachePath);
-  m_guidInfo.RecordMacList(macList);
-  m_guidInfo.RecordHDList(drives);
-  m_guidInfo.RecordCpu(cpuBrand);
-  m_guidInfo.ResetHddCpu(bHdd, false);
-  {
-    KyStuck::StackScope scope("CGuidInfo::CreateGuidInfoFile");
-    LogEntry(kCreateGuidInfoFile);
-    if (!FileExists(m_guidInfo.FilePathW().c_str())) m_guidInfo.SaveToFileHWList();
-  }
-  m_guidList.ResetGuidList();
-  m_guidList.SetPath(cachePath);
-  m_guidList.CreateGuidListFile();
-
+  RecordHardwareHistory(hw, cachePath);
   // The word after "Hw" is "elapsed" in code page 936; support tools search
   // the logs for this exact line.
   KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp),
                "Fetch hardware end Hw \xD3\xC3\xCA\xB1:%u", ticks.GetTickCount() - begin);
-
-  char macMd5[kDigestTextSize] = {};
-  char hddMd5[kDigestTextSize] = {};
-  char cpuMd5[kDigestTextSize] = {};
-  if (bMac) CopyDigest(KyGuidUtils::Md5Hex(mac.ToString()), macMd5);
-  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "bMac=%d, tstrMacIdMd5=%s.",
-               bMac ? 1 : 0, macMd5);
-  if (bHdd) CopyDigest(KyGuidUtils::Md5Hex(serial + model + revision), hddMd5);
-  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "bHdd=%d, tstrPhyDriverMd5=%s.",
-               bHdd ? 1 : 0, hddMd5);
-  if (bCpu) CopyDigest(KyGuidUtils::Md5Hex(cpuBrand), cpuMd5);
-  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "bCpu=%d, tstrCpuidMd5=%s.",
-               bCpu ? 1 : 0, cpuMd5);
+  DigestIdentities(hw);
 
   wchar_t localPath[kPathSize] = {};
   GetCacheFilePath(cachePath);
@@ -213,8 +194,8 @@ void CSeqIDGenerator::GetSequenceIDImp(SeqId& id) {
   const std::string cachePathA = ToAnsi(cachePath);
   bool bNeedCpu = false;
   bool bSameAsCache = false;
-  const bool bRet = GetCacheGuid(cachePathA.c_str(), macMd5, hddMd5, cpuMd5, bMac, bHdd, bCpu,
-                                 bNeedCpu, id, bSameAsCache);
+  const bool bRet = GetCacheGuid(cachePathA.c_str(), hw.macMd5, hw.hddMd5, hw.cpuMd5, hw.bMac,
+                                 hw.bHdd, hw.bCpu, bNeedCpu, id, bSameAsCache);
   KyLog::Write(KyLog::kInfo, KYLOG_SITE(kGetSequenceIDImp),
                "commondata LoadGuidFromFile bRet=%d, bSameAsCache=%d", bRet ? 1 : 0,
                bSameAsCache ? 1 : 0);
@@ -222,33 +203,77 @@ void CSeqIDGenerator::GetSequenceIDImp(SeqId& id) {
     KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "LoadCachedGuid success, return");
     return;
   }
+  if (!MakeNewId(hw, bNeedCpu, id)) return;
+  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kGetSequenceIDImp), "Save ID to cache");
+  SaveGuidToFile(hw.macMd5, hw.hddMd5, hw.cpuMd5, id);
+  m_guidInfo.ResetHddCpu(hw.bHdd, bNeedCpu);
+  m_guidInfo.SaveToFileHWList();
+}
 
-  if (bMac) {
+void CSeqIDGenerator::FetchIdentities(Identities& hw) {
+  hw.bMac = m_sources.mac(hw.mac, hw.macList);
+  hw.bHdd = m_sources.drive(hw.serial, hw.model, hw.revision, hw.drives);
+  hw.bCpu = m_sources.cpuBrand(hw.cpuBrand);
+}
+
+// GuidInfo.db is written once, with the hardware of its first run; GuidList.db
+// is made when missing.
+void CSeqIDGenerator::RecordHardwareHistory(const Identities& hw, const wchar_t* cachePath) {
+  m_guidInfo.ResetGuidInfo();
+  m_guidInfo.SetPath(cachePath);
+  m_guidInfo.RecordMacList(hw.macList);
+  m_guidInfo.RecordHDList(hw.drives);
+  m_guidInfo.RecordCpu(hw.cpuBrand);
+  m_guidInfo.ResetHddCpu(hw.bHdd, false);
+  {
+    KyStuck::StackScope scope("CGuidInfo::CreateGuidInfoFile");
+    LogEntry(kCreateGuidInfoFile);
+    if (!FileExists(m_guidInfo.FilePathW().c_str())) m_guidInfo.SaveToFileHWList();
+  }
+  m_guidList.ResetGuidList();
+  m_guidList.SetPath(cachePath);
+  m_guidList.CreateGuidListFile();
+}
+
+void CSeqIDGenerator::DigestIdentities(Identities& hw) {
+  if (hw.bMac) CopyDigest(KyGuidUtils::Md5Hex(hw.mac.ToString()), hw.macMd5);
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "bMac=%d, tstrMacIdMd5=%s.",
+               hw.bMac ? 1 : 0, hw.macMd5);
+  if (hw.bHdd) CopyDigest(KyGuidUtils::Md5Hex(hw.serial + hw.model + hw.revision), hw.hddMd5);
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "bHdd=%d, tstrPhyDriverMd5=%s.",
+               hw.bHdd ? 1 : 0, hw.hddMd5);
+  if (hw.bCpu) CopyDigest(KyGuidUtils::Md5Hex(hw.cpuBrand), hw.cpuMd5);
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "bCpu=%d, tstrCpuidMd5=%s.",
+               hw.bCpu ? 1 : 0, hw.cpuMd5);
+}
+
+// The id of the present hardware: hashed from the MAC (with the drive and,
+// for a cache that needs it, the processor), else the id kept in Global.db,
+// else a new random one. False when none could be had.
+bool CSeqIDGenerator::MakeNewId(const Identities& hw, bool bNeedCpu, SeqId& id) {
+  if (hw.bMac) {
     // The pieces touch: every id already stored was hashed without a
     // separator between them.
-    std::string info = mac.ToString();
-    if (bHdd) info += serial + model + revision;
-    if (bNeedCpu) info += cpuBrand;
+    std::string info = hw.mac.ToString();
+    if (hw.bHdd) info += hw.serial + hw.model + hw.revision;
+    if (bNeedCpu) info += hw.cpuBrand;
     ParseSeqId(KyGuidUtils::Md5Hex(info).c_str(), id);
     KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp),
                  "Get MAC success, Get GUID from MAC & PhysicsDrive,bHdd=%d,bNeedCpu=%d,strInfo=%s.",
-                 bHdd ? 1 : 0, bNeedCpu ? 1 : 0, info.c_str());
-  } else if (GetIDFromFile(id)) {
-    KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "Get MAC failed, GetIDFromFile...");
-  } else if (GenerateID(id)) {
-    KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp),
-                 "GetIDFromFile failed, GenerateID and SetIDToFile");
-    // A random id that could not be stored still serves this run; the cache
-    // written below keeps it until the hardware changes.
-    SetIDToFile(id);
-  } else {
-    return;
+                 hw.bHdd ? 1 : 0, bNeedCpu ? 1 : 0, info.c_str());
+    return true;
   }
-
-  KyLog::Write(KyLog::kInfo, KYLOG_SITE(kGetSequenceIDImp), "Save ID to cache");
-  SaveGuidToFile(macMd5, hddMd5, cpuMd5, id);
-  m_guidInfo.ResetHddCpu(bHdd, bNeedCpu);
-  m_guidInfo.SaveToFileHWList();
+  if (GetIDFromFile(id)) {
+    KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp), "Get MAC failed, GetIDFromFile...");
+    return true;
+  }
+  if (!GenerateID(id)) return false;
+  KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp),
+               "GetIDFromFile failed, GenerateID and SetIDToFile");
+  // A random id that could not be stored still serves this run; the cache
+  // written below keeps it until the hardware changes.
+  SetIDToFile(id);
+  return true;
 }
 
 bool CSeqIDGenerator::GetCacheGuid(const char* cachePath, const char* macMd5, const char* hddMd5,

@@ -97,6 +97,12 @@ class CSeqIDGenerator {
   const CGuidList& GuidList() const { return m_guidList; }
 
  private:
+  struct Identities;
+  void FetchIdentities(Identities& hw);
+  void RecordHardwareHistory(const Identities& hw, const wchar_t* cachePath);
+  static void DigestIdentities(Identities& hw);
+  bool MakeNewId(const Identities& hw, bool bNeedCpu, SeqId& id);
+
   CGuidInfo m_guidInfo;
   CGuidList m_guidList;
   SeqIdSources m_sources;
