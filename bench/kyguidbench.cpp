@@ -148,7 +148,8 @@ std::string Text(const char* s) { return s ? s : ""; }
 DWORD WINAPI CountedGetString(LPCSTR section, LPCSTR key, LPCSTR def, LPSTR out, DWORD size,
                               LPCSTR file) {
   ++g_reads;
-  if (g_recording) g_calls.push_back({0, Text(section), Text(key), Text(def), Text(file), 0, false});
+  if (g_recording)
+    g_calls.push_back({0, Text(section), Text(key), Text(def), Text(file), 0, false});
   return g_getString(section, key, def, out, size, file);
 }
 
@@ -223,14 +224,14 @@ class BenchUpdater final : public KyGuid::CGuidUpdater {
 
 void BuildMachine(KyGuidSim::SimulatedMachine& machine, int disks, int adapters) {
   for (int i = 0; i < disks; ++i) {
-    machine.AddDrive(i).descriptor = KyGuidSim::SimulatedMachine::Descriptor(
-        "ATA", "Model " + std::to_string(i), "FW01", "SERIAL" + std::to_string(1000 + i), 11,
-        false);
+    machine.AddDrive(i).descriptor =
+        KyGuidSim::SimulatedMachine::Descriptor("ATA", "Model " + std::to_string(i), "FW01",
+                                                "SERIAL" + std::to_string(1000 + i), 11, false);
   }
   machine.AddVolume(L'C').extents = KyGuidSim::SimulatedMachine::Extents({{0, 1ull << 30}});
   for (int i = 0; i < adapters; ++i) {
-    std::vector<uint8_t> mac = {0x00, 0x11, 0x22, 0x33, static_cast<uint8_t>(i >> 8),
-                                static_cast<uint8_t>(i)};
+    std::vector<uint8_t> mac = {
+        0x00, 0x11, 0x22, 0x33, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)};
     machine.AddAdapter("{NIC-" + std::to_string(i) + "}", "Ethernet " + std::to_string(i), mac)
         .pnpId = "PCI\\VEN_8086&DEV_" + std::to_string(i);
   }
@@ -300,8 +301,8 @@ UpdateFigures MeasureUpdate(int disks, int adapters, bool build, const std::stri
     Replay(g_calls);
     replays.push_back((Now() - start) * 1000);
   }
-  return {disks, adapters, build ? "build" : "keep", Median(updates), Median(replays), reads,
-          writes};
+  return {disks, adapters, build ? "build" : "keep", Median(updates), Median(replays),
+          reads, writes};
 }
 
 }  // namespace
@@ -310,7 +311,8 @@ std::vector<UpdateFigures> MeasureUpdates() {
   HookProfileCalls();
   char temp[MAX_PATH];
   GetTempPathA(MAX_PATH, temp);
-  const std::string root = std::string(temp) + "kyguidbench-" + std::to_string(GetCurrentProcessId());
+  const std::string root =
+      std::string(temp) + "kyguidbench-" + std::to_string(GetCurrentProcessId());
   std::vector<UpdateFigures> updates;
   for (auto size : {std::pair<int, int>{1, 1}, {4, 8}, {16, 32}}) {
     updates.push_back(MeasureUpdate(size.first, size.second, true, root));
@@ -373,8 +375,8 @@ void MeasureReads(KyGuid::IGuidReader* reader, const std::string& guidDb, Figure
   });
   figures.registryNs = NsPerCall(20000, [&] {
     DWORD size = sizeof(buffer);
-    RegGetValueA(HKEY_CURRENT_USER, "Software\\KyGuidBench", "MachineGuid", RRF_RT_REG_SZ,
-                 nullptr, buffer, &size);
+    RegGetValueA(HKEY_CURRENT_USER, "Software\\KyGuidBench", "MachineGuid", RRF_RT_REG_SZ, nullptr,
+                 buffer, &size);
   });
   RegDeleteKeyA(HKEY_CURRENT_USER, "Software\\KyGuidBench");
 }
@@ -468,8 +470,10 @@ void PrintTable(const Figures& f) {
     printf("  %5d %8d %-5s %7.2f %6ld %6ld %7.2f %6.2f\n", u.disks, u.adapters, u.kind, u.updateMs,
            u.reads, u.writes, u.replayMs, u.updateMs / u.replayMs);
   }
-  printf("KyGuid64.dll: %.0f KiB on disk; load and one read: +%.0f KiB private, +%.0f KiB working set\n",
-         f.dllKb, f.privateKb, f.workingKb);
+  printf(
+      "KyGuid64.dll: %.0f KiB on disk; load and one read: +%.0f KiB private, +%.0f KiB working "
+      "set\n",
+      f.dllKb, f.privateKb, f.workingKb);
 }
 
 std::string UpdatesJson(const std::vector<UpdateFigures>& updates) {
@@ -479,8 +483,8 @@ std::string UpdatesJson(const std::vector<UpdateFigures>& updates) {
     snprintf(entry, sizeof(entry),
              "%s\n    {\"disks\": %d, \"adapters\": %d, \"kind\": \"%s\", \"update_ms\": %.3f, "
              "\"reads\": %ld, \"writes\": %ld, \"replay_ms\": %.3f, \"ratio\": %.3f}",
-             list.size() > 1 ? "," : "", u.disks, u.adapters, u.kind, u.updateMs, u.reads,
-             u.writes, u.replayMs, u.updateMs / u.replayMs);
+             list.size() > 1 ? "," : "", u.disks, u.adapters, u.kind, u.updateMs, u.reads, u.writes,
+             u.replayMs, u.updateMs / u.replayMs);
     list += entry;
   }
   return list + "\n  ]";

@@ -18,9 +18,8 @@ constexpr size_t kDecideSlot = 32;
 
 // The language handler named in KyGuidGuardedFrame's unwind data. It is
 // consulted in the search pass for every exception that reaches the frame.
-extern "C" EXCEPTION_DISPOSITION FaultGuardHandler(EXCEPTION_RECORD* record,
-                                                   void* establisherFrame, CONTEXT*,
-                                                   DISPATCHER_CONTEXT* dispatcher) {
+extern "C" EXCEPTION_DISPOSITION FaultGuardHandler(EXCEPTION_RECORD* record, void* establisherFrame,
+                                                   CONTEXT*, DISPATCHER_CONTEXT* dispatcher) {
   // Only the frame's own unwind passes through here in the unwind pass, and
   // nothing of it needs cleaning up.
   if (record->ExceptionFlags & EXCEPTION_UNWIND) return ExceptionContinueSearch;
@@ -32,8 +31,8 @@ extern "C" EXCEPTION_DISPOSITION FaultGuardHandler(EXCEPTION_RECORD* record,
 
   // Unwinds the frames of the faulting call and resumes in the recovery
   // path of the guarded frame; it does not return.
-  RtlUnwindEx(establisherFrame, reinterpret_cast<void*>(&KyGuidGuardedRecovery), record,
-              nullptr, dispatcher->ContextRecord, dispatcher->HistoryTable);
+  RtlUnwindEx(establisherFrame, reinterpret_cast<void*>(&KyGuidGuardedRecovery), record, nullptr,
+              dispatcher->ContextRecord, dispatcher->HistoryTable);
   return ExceptionContinueSearch;
 }
 

@@ -58,9 +58,7 @@ constexpr DWORD kKeptAttributes =
 
 IFileChangeGate* g_gate = nullptr;
 
-Fate NextChange(const std::wstring& path) {
-  return g_gate ? g_gate->Next(path) : Fate::kWhole;
-}
+Fate NextChange(const std::wstring& path) { return g_gate ? g_gate->Next(path) : Fate::kWhole; }
 
 // The step open on each thread, and the error every write of the thread
 // fails with (0: none).
@@ -79,7 +77,9 @@ bool Exists(const std::wstring& path) {
   return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-bool IsMissing(DWORD error) { return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND; }
+bool IsMissing(DWORD error) {
+  return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+}
 
 bool ReadAll(HANDLE file, std::string& content) {
   content.clear();
@@ -115,8 +115,8 @@ void Tear(const std::wstring& path) {
 }
 
 bool Flush(const std::wstring& path) {
-  UniqueFile file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  UniqueFile file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                              FILE_ATTRIBUTE_NORMAL, nullptr));
   return file && FlushFileBuffers(file.get());
 }
 
@@ -129,7 +129,9 @@ bool DeleteChecked(const std::wstring& path) {
   return DeleteFileW(path.c_str()) || IsMissing(GetLastError());
 }
 
-bool IsBusy(DWORD error) { return error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION; }
+bool IsBusy(DWORD error) {
+  return error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION;
+}
 
 // Waits, briefly, until no other process holds `target` open in a way that
 // keeps it from being replaced or deleted.
@@ -176,7 +178,8 @@ std::wstring ListText(const std::vector<File*>& replaced, const std::vector<File
 }
 
 bool WriteCommitList(const std::wstring& path, const std::wstring& text) {
-  const std::string bytes(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t));
+  const std::string bytes(reinterpret_cast<const char*>(text.data()),
+                          text.size() * sizeof(wchar_t));
   const Fate fate = NextChange(path);
   if (fate == Fate::kLost) return true;
   if (!WriteBytes(path, fate == Fate::kTorn ? bytes.substr(0, bytes.size() / 2) : bytes)) {
@@ -243,7 +246,9 @@ bool CommitFiles(const std::wstring& commitList, const std::vector<File*>& repla
   return all;
 }
 
-bool SamePath(const std::wstring& a, const std::wstring& b) { return _wcsicmp(a.c_str(), b.c_str()) == 0; }
+bool SamePath(const std::wstring& a, const std::wstring& b) {
+  return _wcsicmp(a.c_str(), b.c_str()) == 0;
+}
 
 // A write outside any step is a step of its own, committed at once.
 class WriteScope {
@@ -398,8 +403,8 @@ bool WriteStoreFileWith(const std::wstring& path,
 }
 
 bool WriteStoreFile(const std::wstring& path, const std::string& content) {
-  return WriteStoreFileWith(path,
-                            [&](const std::wstring& working) { return WriteBytes(working, content); });
+  return WriteStoreFileWith(
+      path, [&](const std::wstring& working) { return WriteBytes(working, content); });
 }
 
 bool WriteStoreFileHead(const std::wstring& path, const std::string& head) {

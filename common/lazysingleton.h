@@ -43,9 +43,8 @@ class LazySingleton {
   // constructor ends the process.
   template <typename... Args>
   static T* Get(Args&&... args) {
-    return GetOrBuild<T>(s_word, [&]() noexcept -> T* {
-      return new (s_storage) T(std::forward<Args>(args)...);
-    });
+    return GetOrBuild<T>(
+        s_word, [&]() noexcept -> T* { return new (s_storage) T(std::forward<Args>(args)...); });
   }
 
   // As Get, but a constructor that throws leaves nothing built: null is

@@ -57,8 +57,7 @@ BOOL LogFacade::IsEnabled(uint32_t level) {
 }
 
 BOOL LogFacade::LogVW(uint64_t category, uint32_t level, uint32_t error, const wchar_t* file,
-                      uint32_t line, const wchar_t* function, const wchar_t* format,
-                      va_list args) {
+                      uint32_t line, const wchar_t* function, const wchar_t* format, va_list args) {
   if (!m_log || m_faulted) return FALSE;
   LogRecord record = MakeRecord(category, level, error, file, line, function, args);
   record.wideFormat = format;
@@ -166,7 +165,8 @@ bool LogFacade::RunGuarded(void (*call)(void*), void* context) {
 bool LogFacade::DecideFault(const EXCEPTION_RECORD*, void* facade) {
   static DebuggerFaultCounter debuggerFaults;
   if (IsDebuggerPresent()) return debuggerFaults.Handle();
-  return !FaultGate::Allow(static_cast<const LogFacade*>(facade)->m_dir, KyGuidUtils::CurrentTime());
+  return !FaultGate::Allow(static_cast<const LogFacade*>(facade)->m_dir,
+                           KyGuidUtils::CurrentTime());
 }
 
 // --- The call-site API ----------------------------------------------------

@@ -25,14 +25,14 @@ class LogFacade {
       L"Global\\Pendrova{A70D9820-8CAC-4a7d-BE89-93C635017BBC}";
 
   BOOL IsEnabled(uint32_t level);
-  BOOL LogW(uint64_t category, uint32_t level, uint32_t error, const wchar_t* file,
-            uint32_t line, const wchar_t* function, const wchar_t* format, ...);
-  BOOL LogA(uint64_t category, uint32_t level, uint32_t error, const wchar_t* file,
-            uint32_t line, const wchar_t* function, const char* format, ...);
-  BOOL LogVW(uint64_t category, uint32_t level, uint32_t error, const wchar_t* file,
-             uint32_t line, const wchar_t* function, const wchar_t* format, va_list args);
-  BOOL LogVA(uint64_t category, uint32_t level, uint32_t error, const wchar_t* file,
-             uint32_t line, const wchar_t* function, const char* format, va_list args);
+  BOOL LogW(uint64_t category, uint32_t level, uint32_t error, const wchar_t* file, uint32_t line,
+            const wchar_t* function, const wchar_t* format, ...);
+  BOOL LogA(uint64_t category, uint32_t level, uint32_t error, const wchar_t* file, uint32_t line,
+            const wchar_t* function, const char* format, ...);
+  BOOL LogVW(uint64_t category, uint32_t level, uint32_t error, const wchar_t* file, uint32_t line,
+             const wchar_t* function, const wchar_t* format, va_list args);
+  BOOL LogVA(uint64_t category, uint32_t level, uint32_t error, const wchar_t* file, uint32_t line,
+             const wchar_t* function, const char* format, va_list args);
   // TRACE-level entries with a ready-made argument list, for callbacks.
   BOOL TraceVW(uint64_t category, uint32_t error, const wchar_t* file, uint32_t line,
                const wchar_t* function, const wchar_t* format, va_list args);

@@ -21,16 +21,16 @@ enum Level : uint32_t {
 const char* LevelName(uint32_t level);
 
 struct LogRecord {
-  uint32_t size;             // always sizeof(LogRecord)
+  uint32_t size;  // always sizeof(LogRecord)
   uint32_t reserved0;
-  uint64_t category;         // every call site passes 0
+  uint64_t category;  // every call site passes 0
   uint32_t level;
-  uint32_t error;            // Windows error code attached to the line, or 0
-  const wchar_t* module;     // file name of the library that logged
-  const wchar_t* file;       // "ftcommon\kyguid\..." source path of the call site
+  uint32_t error;         // Windows error code attached to the line, or 0
+  const wchar_t* module;  // file name of the library that logged
+  const wchar_t* file;    // "ftcommon\kyguid\..." source path of the call site
   uint32_t line;
   uint32_t reserved1;
-  const wchar_t* function;   // "Namespace::Class::Method"
+  const wchar_t* function;  // "Namespace::Class::Method"
   const wchar_t* wideFormat;
   const char* narrowFormat;  // exactly one of the two formats is set
   void* arguments;           // the caller's va_list, usable with vsnprintf

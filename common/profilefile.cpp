@@ -21,8 +21,8 @@ std::string ReadIniString(const std::string& path, const char* section, const ch
                           uint32_t bufferSize) {
   if (path.empty()) return std::string();
   std::vector<char> buffer(bufferSize, '\0');
-  const DWORD length = GetPrivateProfileStringA(section, key, "", buffer.data(), bufferSize,
-                                                ReadPath(path).c_str());
+  const DWORD length =
+      GetPrivateProfileStringA(section, key, "", buffer.data(), bufferSize, ReadPath(path).c_str());
   return std::string(buffer.data(), length < bufferSize ? length : 0);
 }
 
@@ -59,8 +59,8 @@ bool WriteIniString(const std::string& path, const char* section, const char* ke
                     const std::string& value) {
   if (path.empty()) return false;
   return WriteStoreFileWith(AnsiToWide(path), [&](const std::wstring& working) {
-    return WritePrivateProfileStringA(section, key, value.c_str(),
-                                      WideToAnsi(working).c_str()) != FALSE;
+    return WritePrivateProfileStringA(section, key, value.c_str(), WideToAnsi(working).c_str()) !=
+           FALSE;
   });
 }
 

@@ -14,7 +14,7 @@ constexpr wchar_t kWithZeroRights[] = L"KyGuid::CAncientDiskFetcher::FetchWithZe
 constexpr wchar_t kAsScsiDrive[] = L"KyGuid::CAncientDiskFetcher::FetchAsScsiDrive";
 constexpr wchar_t kReadRandDisk[] = L"KyGuid::CAncientDiskFetcher::ReadRandDisk";
 
-// The earlier scheme decoded into 256-byte buffers.
+// The legacy scheme decoded into 256-byte buffers.
 constexpr size_t kDecodedStringMax = 255;
 
 std::string DecodedField(const uint8_t* descriptor, size_t size, uint32_t offset, bool swap) {
@@ -23,7 +23,7 @@ std::string DecodedField(const uint8_t* descriptor, size_t size, uint32_t offset
   return text;
 }
 
-// The matching's half of the earlier scheme: strings as raw as it hashed
+// The matching's half of the legacy scheme: strings as raw as it hashed
 // them, only the replies it recorded, and HDD.db only read. Its two SMART
 // reads: with admin rights the full register set into a separate reply,
 // whatever the version query said; the plain one needs the version query,
@@ -90,7 +90,7 @@ int CAncientDiskFetcher::FetchWithZeroRights(std::vector<DiskInfo>& disks) {
   return Fetch(&CLegacyDiskReader::ReadWithZeroRights, kWithZeroRights, disks);
 }
 
-// Numbered within the controller, as the earlier scheme recorded them.
+// Numbered within the controller, as the legacy scheme recorded them.
 int CAncientDiskFetcher::FetchAsScsiDrive(std::vector<DiskInfo>& disks) {
   return Fetch(&CLegacyDiskReader::ReadAsScsiDrive, kAsScsiDrive, disks);
 }

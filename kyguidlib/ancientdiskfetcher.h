@@ -1,6 +1,6 @@
-// The disk identification of the earlier identifier scheme, so that a disk
-// can be recognised by the disk GUID that scheme derived from it. The strings
-// are kept almost raw (leading blanks, odd swaps and all) because the earlier
+// The disk identification of the legacy scheme, so that a disk can be
+// recognised by the disk GUID that scheme derived from it. The strings are
+// kept almost raw (leading blanks, odd swaps and all) because the legacy
 // scheme hashed them that way; cleaning them would change every disk GUID.
 #pragma once
 

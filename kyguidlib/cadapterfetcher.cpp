@@ -19,7 +19,7 @@ std::string CAdapterFetcher::QueryPnpInstanceId(const std::string& adapterName) 
   if (connectionKey.size() >= kRegistryBufferSize) return std::string();
   std::string id;
   if (!CurrentPlatform().hardware->ReadNetworkString(connectionKey, "PnpInstanceID",
-                                                      kRegistryBufferSize, id)) {
+                                                     kRegistryBufferSize, id)) {
     return std::string();
   }
   return id;

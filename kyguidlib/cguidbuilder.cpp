@@ -121,8 +121,8 @@ int CGuidBuilder::UpdateNewGuid() {
   Decide();
   if (m_plan.save != UpdatePlan::Save::kNothing) {
     const bool withReplaced = m_plan.save == UpdatePlan::Save::kBuildWithReplaced;
-    CGuidProfile().SaveBuild(m_plan.record, withReplaced ? &m_plan.replaced : nullptr,
-                             m_plan.disks, m_plan.adapters);
+    CGuidProfile().SaveBuild(m_plan.record, withReplaced ? &m_plan.replaced : nullptr, m_plan.disks,
+                             m_plan.adapters);
   }
   LogOutcome();
   return m_plan.result;
@@ -174,8 +174,7 @@ void CGuidBuilder::LogOutcome() const {
 
 GuidRecord CGuidBuilder::BestGuid() const {
   GuidRecord best;
-  BuildBestGuid(m_plan.disks, m_plan.adapters, m_plan.replaced,
-                KyGuidUtils::CurrentTime32(), best);
+  BuildBestGuid(m_plan.disks, m_plan.adapters, m_plan.replaced, KyGuidUtils::CurrentTime32(), best);
   return best;
 }
 

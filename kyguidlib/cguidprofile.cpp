@@ -127,8 +127,8 @@ std::string CGuidProfile::FindBuildAdapter(const std::string& text) const {
 // no text, and the count comes from a file anyone may have written, where
 // 4294967295 would keep an update reading for hours. Empty text is found in
 // the first entry, present or not.
-std::vector<unsigned> CGuidProfile::AdapterEntryNumbers(const std::string& section,
-                                                        unsigned count, bool emptyText) const {
+std::vector<unsigned> CGuidProfile::AdapterEntryNumbers(const std::string& section, unsigned count,
+                                                        bool emptyText) const {
   std::vector<unsigned> numbers;
   if (emptyText && count > 0) numbers.push_back(0);
   const std::string prefix = GuidDb::kAdapterList.entry;

@@ -71,10 +71,10 @@ void CGuidReader::UpdateGuidFromFile() {
   time = FileLastWriteTime(m_profilePath);
   if (time == m_fileTime.load(std::memory_order_relaxed)) return;
 
-  const std::string value = m_profilePath.empty() ? std::string()
-                                                  : KyGuidUtils::ReadIniString(
-                                                        m_profilePath, GuidDb::kActiveSection,
-                                                        GuidDb::Key::Guid, kGuidValueBuffer);
+  const std::string value = m_profilePath.empty()
+                                ? std::string()
+                                : KyGuidUtils::ReadIniString(m_profilePath, GuidDb::kActiveSection,
+                                                             GuidDb::Key::Guid, kGuidValueBuffer);
   uint8_t bytes[16];
   if (KyGuidUtils::ParseGuidBytes(value.c_str(), bytes) && value.size() == 32) {
     StoreGuid(bytes, value.c_str());

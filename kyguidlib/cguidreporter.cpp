@@ -45,7 +45,8 @@ std::string ExecutableFileName() {
 std::string RandGuid() {
   const std::string path = GetGuidFilePath();
   const std::string stored =
-      path.empty() ? std::string() : KyGuidUtils::ReadIniString(path, GuidDb::kRandSection, GuidDb::Key::Guid, 64);
+      path.empty() ? std::string()
+                   : KyGuidUtils::ReadIniString(path, GuidDb::kRandSection, GuidDb::Key::Guid, 64);
   if (KyGuidUtils::IsGuidText(stored)) return stored;
 
   GUID guid{};

@@ -20,9 +20,9 @@ using KyReportMgr::ReportFields;
 class CGuidReporter {
  public:
   static constexpr char kBusiness[] = "KyGuid";
-  static constexpr int kCacheSections = 5;      // ring of "Report%d" sections
-  static constexpr unsigned kMaxCount = 99;     // a larger count starts again at 0
-  static constexpr int kFreshSeconds = 900;     // older cached reports are not sent
+  static constexpr int kCacheSections = 5;   // ring of "Report%d" sections
+  static constexpr unsigned kMaxCount = 99;  // a larger count starts again at 0
+  static constexpr int kFreshSeconds = 900;  // older cached reports are not sent
 
   // Delivers through the process-wide report manager, or `manager` if given.
   explicit CGuidReporter(KyReportMgr::CReportManager* manager = nullptr);

@@ -171,8 +171,7 @@ unsigned CGuidUpdater::UpdateProc() {
 
     // Keeping the right a little longer keeps every other process of the
     // machine from starting an update in the same minute.
-    KyLog::Write(KyLog::kTrace, KYLOG_SITE(kFunction),
-                 "wait for %d seconds to reduce update freq!",
+    KyLog::Write(KyLog::kTrace, KYLOG_SITE(kFunction), "wait for %d seconds to reduce update freq!",
                  static_cast<int>(kHoldAfterUpdateMs / 1000));
     WaitForSingleObject(StopEvent(), kHoldAfterUpdateMs);
   }

@@ -49,8 +49,8 @@ int CWMIFetcher::FindAdapter(const char* pnpDeviceId) {
 
 int CWMIFetcher::InitService() {
   KyGuidUtils::ComPtr<IWbemLocator> locator;
-  HRESULT hr = CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER,
-                                IID_IWbemLocator, locator.put_void());
+  HRESULT hr = CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
+                                locator.put_void());
   if (FAILED(hr)) {
     KyLog::Write(KyLog::kWarn, KYLOG_SITE(kInitService),
                  "failed to create IWbemLocator object: 0x%08x", Hex(hr));
@@ -88,8 +88,8 @@ int CWMIFetcher::FindAdapterByPNPDeviceId(const wchar_t* pnpDeviceId) {
   KyGuidUtils::ComPtr<IEnumWbemClassObject> adapters;
   KyGuidUtils::ScopedBstr language(L"WQL");
   KyGuidUtils::ScopedBstr query(kAdapterQuery);
-  HRESULT hr = m_services->ExecQuery(language.get(), query.get(), kQueryFlags, nullptr,
-                                     adapters.put());
+  HRESULT hr =
+      m_services->ExecQuery(language.get(), query.get(), kQueryFlags, nullptr, adapters.put());
   if (FAILED(hr)) {
     KyLog::Write(KyLog::kWarn, KYLOG_SITE(kFindByPnpId), "ExecQuery failed: 0x%08x", Hex(hr));
     return 0;

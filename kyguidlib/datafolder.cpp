@@ -68,11 +68,9 @@ bool IsLink(const std::wstring& path) {
 // A level held open without delete sharing can be neither renamed nor
 // deleted, so nobody can put a link in its place while the update runs.
 KyGuidUtils::UniqueFile HoldOpen(const std::wstring& path) {
-  return KyGuidUtils::UniqueFile(CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES,
-                                             FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                             OPEN_EXISTING,
-                                             FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT,
-                                             nullptr));
+  return KyGuidUtils::UniqueFile(CreateFileW(
+      path.c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
 }
 
 // An existing level: never a link; below ProgramData (`takeOver`) also owned
@@ -81,18 +79,21 @@ KyGuidUtils::UniqueFile HoldOpen(const std::wstring& path) {
 bool CheckLevel(const std::wstring& path, bool takeOver, const TrustedPrincipals& trusted,
                 const wchar_t* function) {
   if (IsLink(path)) {
-    KyLog::Write(KyLog::kError, KYLOG_SITE(function), "Data folder is a link, save nothing: %s", Ansi(path).c_str());
+    KyLog::Write(KyLog::kError, KYLOG_SITE(function), "Data folder is a link, save nothing: %s",
+                 Ansi(path).c_str());
     return false;
   }
   if (!takeOver) return true;
   SecuritySnapshot snapshot;
   if (Security().Read(path, true, snapshot) && IsTrustedFolder(snapshot, trusted)) return true;
   if (Security().IsElevated()) {
-    KyLog::Write(KyLog::kWarn, KYLOG_SITE(function), "Data folder not trusted, take it over: %s", Ansi(path).c_str());
+    KyLog::Write(KyLog::kWarn, KYLOG_SITE(function), "Data folder not trusted, take it over: %s",
+                 Ansi(path).c_str());
     const ProtectedDescriptor descriptor(true);
     if (descriptor.get() && Security().Protect(path, descriptor.get())) return true;
   }
-  KyLog::Write(KyLog::kError, KYLOG_SITE(function), "Data folder not trusted, save nothing: %s", Ansi(path).c_str());
+  KyLog::Write(KyLog::kError, KYLOG_SITE(function), "Data folder not trusted, save nothing: %s",
+               Ansi(path).c_str());
   return false;
 }
 
@@ -102,7 +103,8 @@ bool CheckFile(const std::wstring& path, const TrustedPrincipals& trusted) {
   const DWORD attributes = GetFileAttributesW(path.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY)) return true;
   if (IsLink(path)) {
-    KyLog::Write(KyLog::kError, KYLOG_SITE(kGuardFunction), "File is a link, save nothing: %s", Ansi(path).c_str());
+    KyLog::Write(KyLog::kError, KYLOG_SITE(kGuardFunction), "File is a link, save nothing: %s",
+                 Ansi(path).c_str());
     return false;
   }
   SecuritySnapshot snapshot;
@@ -113,19 +115,21 @@ bool CheckFile(const std::wstring& path, const TrustedPrincipals& trusted) {
     return false;
   }
   if (read && IsTrustedFile(snapshot, trusted)) return true;
-  KyLog::Write(KyLog::kWarn, KYLOG_SITE(kGuardFunction), "File not trusted, set it aside: %s", Ansi(path).c_str());
+  KyLog::Write(KyLog::kWarn, KYLOG_SITE(kGuardFunction), "File not trusted, set it aside: %s",
+               Ansi(path).c_str());
   if (MoveFileExW(path.c_str(), (path + kSetAsideSuffix).c_str(), MOVEFILE_REPLACE_EXISTING)) {
     return true;
   }
-  KyLog::Write(KyLog::kError, KYLOG_SITE(kGuardFunction), "File not trusted, save nothing: %s", Ansi(path).c_str());
+  KyLog::Write(KyLog::kError, KYLOG_SITE(kGuardFunction), "File not trusted, save nothing: %s",
+               Ansi(path).c_str());
   return false;
 }
 
 }  // namespace
 
 CDataFolderGuard::CDataFolderGuard() : m_principals(Security().ProcessAccount()) {
-  m_trusted = CheckLevels(CSIDL_COMMON_APPDATA, true) && CheckLevels(CSIDL_APPDATA, false) &&
-              CheckFiles();
+  m_trusted =
+      CheckLevels(CSIDL_COMMON_APPDATA, true) && CheckLevels(CSIDL_APPDATA, false) && CheckFiles();
   KyGuidUtils::RefuseStoreWrites(m_trusted ? 0 : ERROR_ACCESS_DENIED);
   g_currentGuard.Set(this);
 }

@@ -30,7 +30,7 @@ struct SecuritySnapshot {
   std::string owner;
   bool hasDacl = true;  // a NULL DACL gives everyone every right
   std::vector<AccessEntry> dacl;
-  uint32_t links = 1;   // hard links: a file's other names may be anywhere
+  uint32_t links = 1;  // hard links: a file's other names may be anywhere
 };
 
 // The access rights by which someone could put a file into a folder, take

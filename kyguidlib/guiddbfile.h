@@ -46,10 +46,9 @@ constexpr char Reason[] = "Reason";
 constexpr char Version[] = "Version";
 }  // namespace Key
 // In the order they are written.
-constexpr const char* kRecordKeys[] = {Key::Guid,          Key::DiskKey,     Key::DiskDetail,
-                                       Key::AdapterKey,    Key::AdapterDetail, Key::CreateIndex,
-                                       Key::CreateTime,    Key::Score,       Key::Reason,
-                                       Key::Version};
+constexpr const char* kRecordKeys[] = {
+    Key::Guid,        Key::DiskKey,    Key::DiskDetail, Key::AdapterKey, Key::AdapterDetail,
+    Key::CreateIndex, Key::CreateTime, Key::Score,      Key::Reason,     Key::Version};
 
 struct ListKeys {
   const char* count;

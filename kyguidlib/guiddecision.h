@@ -69,9 +69,9 @@ struct UpdatePlan {
   int result = kResultBuildFailed;
   Outcome outcome = Outcome::kNothingBuilt;
   Save save = Save::kNothing;
-  bool fromAncient = false;  // the record found in force is the legacy scheme's
-  GuidRecord record;         // in force after the update
-  GuidRecord replaced;       // found in force, bound to the present devices
+  bool fromAncient = false;              // the record found in force is the legacy scheme's
+  GuidRecord record;                     // in force after the update
+  GuidRecord replaced;                   // found in force, bound to the present devices
   MatchDecision row{0, false, nullptr};  // row 0: the matching table was not used
   std::vector<DiskInfo> disks;           // marked GuidDisk and GuidAdapter where
   std::vector<AdapterInfo> adapters;     // the record was built from them

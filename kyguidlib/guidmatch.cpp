@@ -14,8 +14,8 @@ int FindDiskByKey(const std::vector<DiskInfo>& disks, const std::string& key) {
   for (const DiskInfo& disk : disks) {
     // A disk that reports no identity at all would match any record stored
     // from another such disk; only the system or best disk may.
-    if (disk.ProductId.empty() && disk.SerialNumber.empty() &&
-        !disk.Has(DiskInfo::kSystemDisk) && !disk.Has(DiskInfo::kBestDisk)) {
+    if (disk.ProductId.empty() && disk.SerialNumber.empty() && !disk.Has(DiskInfo::kSystemDisk) &&
+        !disk.Has(DiskInfo::kBestDisk)) {
       continue;
     }
     if (DiskKey(disk) == key) return disk.Index;
@@ -54,12 +54,15 @@ MatchDecision DecideMatch(const MatchFacts& facts, const std::function<bool()>& 
   if (facts.matchedAdapter) {
     if (!facts.anyDisk) return {6, true, "adapter match, local dont have any disk, no change"};
     if (facts.matchedAdapter->Type >= kFixedHardwareAdapter) {
-      return {7, true, "adapter match, disk not match, but adapter is hardware and fixed, no change"};
+      return {7, true,
+              "adapter match, disk not match, but adapter is hardware and fixed, no change"};
     }
     return {8, false, "Adapter match, but disk not match, rebuild guid"};
   }
   if (facts.anyDisk) return {9, false, "nothing match, build new guid"};
-  if (!facts.recordHasGuid) return {10, false, "nothing match, local has no disk, build special guid"};
+  if (!facts.recordHasGuid) {
+    return {10, false, "nothing match, local has no disk, build special guid"};
+  }
   return {11, true, "nothing match, but local has no disk, no change"};
 }
 

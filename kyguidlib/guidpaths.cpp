@@ -102,5 +102,4 @@ std::string GetProcessName() {
   return name;
 }
 
-
 }  // namespace KyGuid

@@ -17,8 +17,8 @@ class IDevice {
  public:
   virtual ~IDevice() = default;
   // DeviceIoControl. On failure returns false and sets `error`.
-  virtual bool Control(uint32_t code, const void* in, uint32_t inSize, void* out,
-                       uint32_t outSize, uint32_t* returned, uint32_t* error) = 0;
+  virtual bool Control(uint32_t code, const void* in, uint32_t inSize, void* out, uint32_t outSize,
+                       uint32_t* returned, uint32_t* error) = 0;
   virtual bool SeekToStart() = 0;
   virtual bool Read(void* buffer, uint32_t size, uint32_t* read) = 0;
 };
@@ -38,8 +38,7 @@ class IHardware {
   // CreateFileW(path, access, share, nullptr, OPEN_EXISTING, flags, nullptr);
   // null with `error` set when the open fails.
   virtual std::unique_ptr<IDevice> OpenDevice(const std::wstring& path, uint32_t access,
-                                              uint32_t share, uint32_t flags,
-                                              uint32_t* error) = 0;
+                                              uint32_t share, uint32_t flags, uint32_t* error) = 0;
 
   // "iphlpapi.dll" from the system directory with its GetAdaptersInfo; null
   // when the module or the function is missing.

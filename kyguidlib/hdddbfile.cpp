@@ -17,7 +17,8 @@ std::string HddDbPath(const std::wstring& profileDir) {
 
 HddDbIdentity ReadHddDb(const std::string& path) {
   HddDbIdentity identity;
-  identity.serialNumber = KyGuidUtils::ReadIniString(path, kSection, Key::SerialNumber, kValueBuffer);
+  identity.serialNumber =
+      KyGuidUtils::ReadIniString(path, kSection, Key::SerialNumber, kValueBuffer);
   identity.modelNumber = KyGuidUtils::ReadIniString(path, kSection, Key::ModelNumber, kValueBuffer);
   identity.revisionNumber =
       KyGuidUtils::ReadIniString(path, kSection, Key::RevisionNumber, kValueBuffer);

@@ -1,4 +1,4 @@
-// HDD.db, where the earlier scheme keeps the random drive identity it made
+// HDD.db, where the legacy scheme keeps the random drive identity it made
 // up for a machine whose drives answer no query. Only random values are
 // ever stored in it.
 //

@@ -29,5 +29,4 @@ typedef int32_t(__cdecl* KyReportInitFn)(uint32_t interfaceVersion, KyReportTrac
 // May be called from any thread.
 typedef int32_t(__cdecl* KyReportSendFn)(const char* business, const char* const* keys,
                                          const char* const* values, uint32_t count);
-
 }

@@ -1,4 +1,4 @@
-// The earlier scheme's four disk reads and its HDD.db identity, for both of
+// The legacy scheme's four disk reads and its HDD.db identity, for both of
 // their users: the update's matching of an earlier GUID (CAncientDiskFetcher)
 // and the legacy sequence id (KyMacID::CHddFetcher). The two read with
 // details of their own, and the values each hashes depend on them, so the

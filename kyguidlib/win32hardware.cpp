@@ -1,8 +1,7 @@
 // The hardware seam on the real machine.
 #include <windows.h>
-#include <nb30.h>
-
 #include <cpuid.h>
+#include <nb30.h>
 
 #include "common/modules.h"
 #include "common/win32raii.h"
@@ -77,14 +76,14 @@ class Win32HardwareImpl final : public IHardware {
 
   std::unique_ptr<IAdapterQuery> LoadAdapterQuery() override {
     KyGuidUtils::UniqueModule module(KyGuidUtils::LoadSystemModule(L"iphlpapi.dll"));
-    auto function =
-        KyGuidUtils::GetProcAs<Win32AdapterQuery::GetAdaptersInfoFn>(module.get(), "GetAdaptersInfo");
+    auto function = KyGuidUtils::GetProcAs<Win32AdapterQuery::GetAdaptersInfoFn>(module.get(),
+                                                                                 "GetAdaptersInfo");
     if (!function) return nullptr;
     return std::make_unique<Win32AdapterQuery>(module.release(), function);
   }
 
-  bool ReadNetworkString(const std::string& connectionKey, const char* valueName,
-                         uint32_t maxBytes, std::string& value) override {
+  bool ReadNetworkString(const std::string& connectionKey, const char* valueName, uint32_t maxBytes,
+                         std::string& value) override {
     KyGuidUtils::UniqueRegKey key = OpenConnectionKey(connectionKey);
     if (!key) return false;
     std::string buffer(maxBytes, '\0');

@@ -1,9 +1,9 @@
 #include "kyguidlib/td/guidlist.h"
 
 #include "common/filestore.h"
+#include "common/profilefile.h"
 #include "kyguidlib/globalmgrfile.h"
 #include "kyguidlib/guidpaths.h"
-#include "common/profilefile.h"
 #include "kyguidlib/td/historyfile.h"
 #include "kyguidlib/td/kystackshell.h"
 

@@ -23,9 +23,7 @@ Location Sibling(const wchar_t* path, const wchar_t* fileName) {
   return location;
 }
 
-std::string NowText() {
-  return std::to_string(static_cast<long long>(KyGuidUtils::CurrentTime()));
-}
+std::string NowText() { return std::to_string(static_cast<long long>(KyGuidUtils::CurrentTime())); }
 
 }  // namespace HistoryFile
 }  // namespace KyMacID

@@ -14,8 +14,8 @@
 #include "common/md5.h"
 #include "common/strutil.h"
 #include "kyguidlib/globalmgrfile.h"
-#include "kyguidlib/hardware.h"
 #include "kyguidlib/guidpaths.h"
+#include "kyguidlib/hardware.h"
 #include "kyguidlib/platform.h"
 #include "kyguidlib/td/hddfetcher.h"
 #include "kyguidlib/td/kystackshell.h"
@@ -258,9 +258,10 @@ bool CSeqIDGenerator::MakeNewId(const Identities& hw, bool bNeedCpu, SeqId& id) 
     if (hw.bHdd) info += hw.serial + hw.model + hw.revision;
     if (bNeedCpu) info += hw.cpuBrand;
     ParseSeqId(KyGuidUtils::Md5Hex(info).c_str(), id);
-    KyLog::Write(KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp),
-                 "Get MAC success, Get GUID from MAC & PhysicsDrive,bHdd=%d,bNeedCpu=%d,strInfo=%s.",
-                 hw.bHdd ? 1 : 0, bNeedCpu ? 1 : 0, info.c_str());
+    KyLog::Write(
+        KyLog::kTrace, KYLOG_SITE(kGetSequenceIDImp),
+        "Get MAC success, Get GUID from MAC & PhysicsDrive,bHdd=%d,bNeedCpu=%d,strInfo=%s.",
+        hw.bHdd ? 1 : 0, bNeedCpu ? 1 : 0, info.c_str());
     return true;
   }
   if (GetIDFromFile(id)) {
@@ -296,8 +297,8 @@ bool CSeqIDGenerator::GetCacheGuid(const char* cachePath, const char* macMd5, co
                "commondata GetCacheGuid tFileMacIdMd5=%s, tstrMacIdMd5=%s", fileMac.c_str(),
                macMd5);
   KyLog::Write(KyLog::kInfo, KYLOG_SITE(kGetCacheGuid),
-               "commondata GetCacheGuid tFilePhyDriverMd5=%s, tstrPhyDriverMd5=%s",
-               fileHd.c_str(), hddMd5);
+               "commondata GetCacheGuid tFilePhyDriverMd5=%s, tstrPhyDriverMd5=%s", fileHd.c_str(),
+               hddMd5);
 
   // A new processor is a new machine. A new adapter alone, or a new drive
   // alone, is not; both new is, unless both old ones are still present.
@@ -321,7 +322,8 @@ bool CSeqIDGenerator::GetCacheGuid(const char* cachePath, const char* macMd5, co
   ParseSeqId(fileGuid.c_str(), id);
 
   const int present = (bMac ? 1 : 0) + (bHdd ? 1 : 0) + (bCpu ? 1 : 0);
-  const int stored = (fileHd.empty() ? 0 : 1) + (fileCpu.empty() ? 0 : 1) + (fileMac.empty() ? 0 : 1);
+  const int stored =
+      (fileHd.empty() ? 0 : 1) + (fileCpu.empty() ? 0 : 1) + (fileMac.empty() ? 0 : 1);
   bool result = true;
   // More hardware is readable now than the cache was built from.
   if (stored < present && !fileHd.empty()) result = false;
@@ -373,7 +375,8 @@ void CSeqIDGenerator::SaveGuidToFile(const char* macMd5, const char* hddMd5, con
   const GuidListRecord held = m_guidList.ReadFileCurGuid();
   if (_stricmp(held.Cpu.c_str(), cpuMd5) != 0 || _stricmp(held.Mac.c_str(), macMd5) != 0 ||
       _stricmp(held.Hd.c_str(), hddMd5) != 0) {
-    KyLog::Write(KyLog::kInfo, KYLOG_SITE(kSaveGuidToFile), "commondata SaveGuidToFile BackOldList");
+    KyLog::Write(KyLog::kInfo, KYLOG_SITE(kSaveGuidToFile),
+                 "commondata SaveGuidToFile BackOldList");
     m_guidList.SetOldGuid(held.Guid, held.Mac, held.Hd, held.Cpu);
   }
   m_guidList.SetCurGuid(idText, macMd5, hddMd5, cpuMd5, 0);
@@ -432,7 +435,7 @@ std::wstring CSeqIDGenerator::GetGlobalDbPath(bool user) {
   LogEntry(kGetGlobalDbPath);
   std::wstring folder;
   if (!KyGuid::CurrentPlatform().folders->GetFolder(user ? CSIDL_APPDATA : CSIDL_COMMON_APPDATA,
-                                                     folder)) {
+                                                    folder)) {
     return std::wstring();
   }
   std::wstring path = folder + (user ? kUserIdFolder : kCommonIdFolder) + kIdFileName;

@@ -68,13 +68,12 @@ class CSeqIDGenerator {
   // cache; the result says whether the cached id is usable. `bNeedCpu` is set
   // when a cache from before the CPU brand must be rebuilt with it.
   bool GetCacheGuid(const char* cachePath, const char* macMd5, const char* hddMd5,
-                    const char* cpuMd5, bool bMac, bool bHdd, bool bCpu, bool& bNeedCpu,
-                    SeqId& id, bool& bSameAsCache);
+                    const char* cpuMd5, bool bMac, bool bHdd, bool bCpu, bool& bNeedCpu, SeqId& id,
+                    bool& bSameAsCache);
 
   // Writes GlobalMgr.db (keeping the replaced one as GlobalMgrBack.db when the
   // id changes) and records the change in GuidList.db.
-  void SaveGuidToFile(const char* macMd5, const char* hddMd5, const char* cpuMd5,
-                      const SeqId& id);
+  void SaveGuidToFile(const char* macMd5, const char* hddMd5, const char* cpuMd5, const SeqId& id);
 
   // Seeds a missing common GlobalMgr.db from the per-user one, if that one is
   // complete.

@@ -254,12 +254,16 @@ void AddDesktop(SimulatedMachine& machine) {
   boot.descriptor = SimulatedMachine::Descriptor("ATA", "ST1000DM010", "", "", 3, false);
   boot.identify = SimulatedMachine::Identify("ST1000DM010-2EP102", "Z9A1B2C3", "CC43");
   machine.AddVolume(L'C').extents = SimulatedMachine::Extents({{1, 1ull << 30}});
-  machine.AddAdapter("{NIC-0}", "USB 3.0 to Gigabit Ethernet Adapter", {0, 0x1A, 0x2B, 0x3C, 0x4D, 0})
+  machine
+      .AddAdapter("{NIC-0}", "USB 3.0 to Gigabit Ethernet Adapter", {0, 0x1A, 0x2B, 0x3C, 0x4D, 0})
       .pnpId = "USB\\VID_0B95\\1";
-  auto& wifi = machine.AddAdapter("{NIC-1}", "Intel(R) Wi-Fi 6 AX201 160MHz", {0, 0x1A, 0x2B, 0x3C, 0x4D, 1});
+  auto& wifi = machine.AddAdapter("{NIC-1}", "Intel(R) Wi-Fi 6 AX201 160MHz",
+                                  {0, 0x1A, 0x2B, 0x3C, 0x4D, 1});
   wifi.type = 71;
   wifi.pnpId = "PCI\\VEN_8086&DEV_A0F0\\3";
-  machine.AddAdapter("{NIC-2}", "Intel(R) Ethernet Connection (7) I219-V", {0, 0x1A, 0x2B, 0x3C, 0x4D, 2})
+  machine
+      .AddAdapter("{NIC-2}", "Intel(R) Ethernet Connection (7) I219-V",
+                  {0, 0x1A, 0x2B, 0x3C, 0x4D, 2})
       .pnpId = "PCI\\VEN_8086&DEV_15BC\\3";
   machine.processorBrand.assign(48, 0);
   const char brand[] = "  Intel(R) Core(TM) i7-8700 CPU @ 3.20GHz";
@@ -271,7 +275,8 @@ void AddChangedDesktop(SimulatedMachine& machine) {
   machine.AddDrive(0).descriptor = SimulatedMachine::Descriptor(
       "", "WDC WD10EZEX-08WN4A0", "01.01A01", "WD-WCC6Y0000001", 11, false);
   machine.AddVolume(L'C').extents = SimulatedMachine::Extents({{0, 1ull << 30}});
-  machine.AddAdapter("{NIC-9}", "Realtek PCIe GbE Family Controller", {0, 0x0A, 0x0B, 0x0C, 0x0D, 9})
+  machine
+      .AddAdapter("{NIC-9}", "Realtek PCIe GbE Family Controller", {0, 0x0A, 0x0B, 0x0C, 0x0D, 9})
       .pnpId = "PCI\\VEN_10EC&DEV_8168\\4";
 }
 
@@ -285,9 +290,8 @@ void RunDesktopStories(Probe& probe) {
                                DataFile("BYTEPROBE_USER_GLOBALMGR").c_str());
     updater.UpdateNow();
   });
-  probe.Story("unchanged machine, synchronous", desktop, true, [](ProbeUpdater& updater) {
-    updater.UpdateNow();
-  });
+  probe.Story("unchanged machine, synchronous", desktop, true,
+              [](ProbeUpdater& updater) { updater.UpdateNow(); });
   probe.Story("background update sends the cached report", desktop, true,
               [](ProbeUpdater& updater) {
                 updater.StartUpdate();
@@ -328,8 +332,8 @@ void RunEdgeStories(Probe& probe) {
     const std::string path = DataFile("BYTEPROBE_GLOBALMGR");
     WritePrivateProfileStringA("Profile", "config1", "0123456789abcdef0123456789abcdef",
                                path.c_str());
-    WritePrivateProfileStringA("Profile", "config2",
-                               KyGuidUtils::Md5Hex("001122aabbcc").c_str(), path.c_str());
+    WritePrivateProfileStringA("Profile", "config2", KyGuidUtils::Md5Hex("001122aabbcc").c_str(),
+                               path.c_str());
     updater.UpdateNow();
     updater.StartUpdate();
     updater.StopUpdate();

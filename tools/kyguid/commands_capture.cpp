@@ -37,7 +37,8 @@ void CaptureDescriptor(int drive, KyGuidSim::MachineDisk& disk) {
   std::unique_ptr<IDevice> device =
       KyGuid::OpenPhysicalDrive(drive, KyGuid::kQueryOnly, KyGuid::kShareReadWrite, &error);
   if (!device) return;
-  KyGuid::DescriptorReply reply = KyGuid::QueryStorageDescriptor(*device, KyGuid::kDescriptorBufferSize);
+  KyGuid::DescriptorReply reply =
+      KyGuid::QueryStorageDescriptor(*device, KyGuid::kDescriptorBufferSize);
   if (!reply.ok) return;
   reply.bytes.resize(std::max(reply.returned, kMinDescriptor));
   disk.descriptor = reply.bytes;
@@ -53,9 +54,9 @@ void CaptureIdentify(int drive, KyGuidSim::MachineDisk& disk) {
   const KyGuid::SmartVersion version = KyGuid::QuerySmartVersion(*device);
   if (!version.ok) return;
   disk.ideDeviceMap = version.ideDeviceMap;
-  KyGuid::IdentifyReply reply = KyGuid::ReceiveDriveData(
-      *device, KyGuid::CommandOnlyIdentifyRequest(KyGuid::kSendCmdInSize),
-      {KyGuid::kSendCmdInSize, KyGuid::kIdentifyReplySize, false});
+  KyGuid::IdentifyReply reply =
+      KyGuid::ReceiveDriveData(*device, KyGuid::CommandOnlyIdentifyRequest(KyGuid::kSendCmdInSize),
+                               {KyGuid::kSendCmdInSize, KyGuid::kIdentifyReplySize, false});
   if ((!reply.ok || reply.returned != KyGuid::kIdentifyReplySize) && version.ideDeviceMap != 0) {
     reply = KyGuid::ReceiveDriveData(
         *device,
@@ -83,8 +84,8 @@ void CaptureDisks(MachineFile& machine) {
     // it is left out here too.
     if (disk.descriptor.empty()) continue;
     CaptureIdentify(drive, disk);
-    disk.system = std::find(system.begin(), system.end(), static_cast<uint32_t>(drive)) !=
-                  system.end();
+    disk.system =
+        std::find(system.begin(), system.end(), static_cast<uint32_t>(drive)) != system.end();
     machine.disks.push_back(disk);
   }
 }

@@ -50,18 +50,21 @@ std::string ReadGuid(KyGuid::IGuidReader* reader) {
 // What UpdateNow says when the update did not run in this process.
 const char* CallMeaning(uint32_t call) {
   switch (call) {
-    case 2: return "another process finished an update meanwhile";
-    case 0: return "another process is still updating";
-    case 0xFFFFFFFFu: return "the update right could not be taken (administrator rights?)";
-    default: return "unknown result";
+    case 2:
+      return "another process finished an update meanwhile";
+    case 0:
+      return "another process is still updating";
+    case 0xFFFFFFFFu:
+      return "the update right could not be taken (administrator rights?)";
+    default:
+      return "unknown result";
   }
 }
 
 // The update result, from what the run left: a synchronous update caches a
 // report for every result but "kept", so a new report gives the result and
 // none means the GUID was kept. False when the update did not run here.
-bool UpdateResultAfter(uint32_t call, const KyGuid::CGuidReporter::CacheMark& before,
-                       int& result) {
+bool UpdateResultAfter(uint32_t call, const KyGuid::CGuidReporter::CacheMark& before, int& result) {
   if (call != 1) return false;
   const KyGuid::CGuidReporter::CacheMark after = KyGuid::CGuidReporter().LastCached();
   result = KyGuid::kResultKept;

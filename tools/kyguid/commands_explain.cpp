@@ -15,9 +15,7 @@ using KyGuid::CGuidBuilder;
 
 // The matching table is consulted for a record from Guid.db (or for none);
 // an ancient record is bound by its legacy values instead.
-bool AncientPath(const CGuidBuilder& builder) {
-  return builder.Plan().fromAncient;
-}
+bool AncientPath(const CGuidBuilder& builder) { return builder.Plan().fromAncient; }
 
 const char* SourceOf(const CGuidBuilder& builder) {
   if (builder.ActiveInfo().Guid.empty()) return nullptr;
@@ -58,8 +56,9 @@ void PrintText(const std::string& hardware, const CGuidBuilder& builder, int res
   PrintField(0, "bound disk", BoundDiskText(builder));
   PrintField(0, "bound adapter", BoundAdapterText(builder));
   PrintField(0, "matching row", RowText(builder));
-  PrintField(0, "decision",
-             std::string(DescribeResult(result).decision) + " (result " + std::to_string(result) + ")");
+  PrintField(
+      0, "decision",
+      std::string(DescribeResult(result).decision) + " (result " + std::to_string(result) + ")");
   if (result == KyGuid::kResultKept) {
     PrintField(0, "guid", builder.NewInfo().Guid);
   } else {

@@ -20,8 +20,8 @@ namespace GlobalMgrKey = KyGuid::GlobalMgrDb::Key;
 namespace GuidListKey = KyMacID::GuidListDb::Key;
 namespace HddKey = KyGuid::HddDb::Key;
 using KyGuid::GlobalMgrDb::kSection;
-using KyMacID::GuidListDb::kCurrentSection;
 using KyMacID::GuidInfoDb::DigestSet;
+using KyMacID::GuidListDb::kCurrentSection;
 
 constexpr int kMaxListEntries = 1000;  // a damaged count must not run for ever
 

@@ -21,32 +21,53 @@ std::string Numbered(uint32_t number, const char* name) {
 
 const char* BusName(uint32_t bus) {
   switch (bus) {
-    case 1: return "SCSI";
-    case 2: return "ATAPI";
-    case 3: return "ATA";
-    case 7: return "USB";
-    case 8: return "RAID";
-    case 10: return "SAS";
-    case 11: return "SATA";
-    case 12: return "SD";
-    case 13: return "MMC";
-    case 14: return "virtual";
-    case 15: return "file-backed virtual";
-    case 17: return "NVMe";
-    default: return nullptr;
+    case 1:
+      return "SCSI";
+    case 2:
+      return "ATAPI";
+    case 3:
+      return "ATA";
+    case 7:
+      return "USB";
+    case 8:
+      return "RAID";
+    case 10:
+      return "SAS";
+    case 11:
+      return "SATA";
+    case 12:
+      return "SD";
+    case 13:
+      return "MMC";
+    case 14:
+      return "virtual";
+    case 15:
+      return "file-backed virtual";
+    case 17:
+      return "NVMe";
+    default:
+      return nullptr;
   }
 }
 
 const char* RatingName(uint32_t type) {
   switch (type) {
-    case 110: return "wired PCI";
-    case 100: return "wireless PCI";
-    case 85: return "Bluetooth";
-    case 60: return "wired USB";
-    case 50: return "wireless USB";
-    case 40: return "other";
-    case 30: return "software or virtual";
-    default: return nullptr;
+    case 110:
+      return "wired PCI";
+    case 100:
+      return "wireless PCI";
+    case 85:
+      return "Bluetooth";
+    case 60:
+      return "wired USB";
+    case 50:
+      return "wireless USB";
+    case 40:
+      return "other";
+    case 30:
+      return "software or virtual";
+    default:
+      return nullptr;
   }
 }
 

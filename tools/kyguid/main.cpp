@@ -23,7 +23,7 @@ const char kUsage[] =
     "  inventory  every disk and adapter as the fetchers see them\n"
     "  explain    what an update would decide now, and why (writes nothing)\n"
     "  history    the GUID in force and the builds kept in Guid.db, newest first\n"
-    "  legacy     the earlier identifier scheme's files, summarised\n"
+    "  legacy     the legacy scheme's files, summarised\n"
     "  capture    this machine's hardware as a machine file, for --machine\n"
     "\n"
     "options:\n"
@@ -143,9 +143,13 @@ int Run(int argc, char** argv) {
     if (strcmp(argv[1], command.name) != 0) continue;
     Options options;
     switch (ParseOptions(command, argc, argv, options)) {
-      case Parsed::kHelp: puts(command.help); return kExitOk;
-      case Parsed::kError: return kExitUsage;
-      case Parsed::kRun: return command.run(options);
+      case Parsed::kHelp:
+        puts(command.help);
+        return kExitOk;
+      case Parsed::kError:
+        return kExitUsage;
+      case Parsed::kRun:
+        return command.run(options);
     }
   }
   PrintError("unknown command '%s'; try kyguid --help", argv[1]);

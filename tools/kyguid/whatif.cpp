@@ -65,7 +65,8 @@ void Populate(const MachineFile& file, SimulatedMachine& machine) {
   machine.processorBrand = file.processorBrand;
   AddSystemVolume(file, machine);
   for (const KyGuidSim::MachineAdapter& described : file.adapters) {
-    KyGuidSim::SimAdapter& adapter = machine.AddAdapter(described.name, described.description, described.mac);
+    KyGuidSim::SimAdapter& adapter =
+        machine.AddAdapter(described.name, described.description, described.mac);
     adapter.pnpId = described.pnpId;
     adapter.type = described.type;
     if (described.index >= 0) adapter.index = static_cast<uint32_t>(described.index);

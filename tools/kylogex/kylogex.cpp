@@ -1,7 +1,8 @@
 // A stand-in for the suite's log module, for development and tests. It
 // writes one line per record:
 //
-//   2026-11-22 15:04:05.123 INFO [KyGuid64.dll] Ns::Class::Method (ftcommon\...\file:87) err=0: text
+//   2026-11-22 15:04:05.123 INFO [KyGuid64.dll] Ns::Class::Method (ftcommon\...\file:87) err=0:
+//   text
 //
 // Where: the file named by KYLOGEX_FILE, else KyLogEx.log in the directory
 // handed to Init. Which levels: KYLOGEX_LEVEL (0-6), else "Level" of section
@@ -100,8 +101,8 @@ class SubstituteLog final : public KyLog::IKyLog {
     SYSTEMTIME now;
     GetLocalTime(&now);
     char head[96];
-    snprintf(head, sizeof(head), "%04u-%02u-%02u %02u:%02u:%02u.%03u %s [", now.wYear,
-             now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds,
+    snprintf(head, sizeof(head), "%04u-%02u-%02u %02u:%02u:%02u.%03u %s [", now.wYear, now.wMonth,
+             now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds,
              KyLog::LevelName(record.level));
     char tail[48];
     snprintf(tail, sizeof(tail), ":%u) err=%u: ", record.line, record.error);

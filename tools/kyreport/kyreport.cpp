@@ -56,11 +56,21 @@ void AppendJsonString(std::string& out, const char* text) {
   out += '"';
   for (const unsigned char* c = reinterpret_cast<const unsigned char*>(text ? text : ""); *c; ++c) {
     switch (*c) {
-      case '"': out += "\\\""; break;
-      case '\\': out += "\\\\"; break;
-      case '\n': out += "\\n"; break;
-      case '\r': out += "\\r"; break;
-      case '\t': out += "\\t"; break;
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
       default:
         if (*c < 0x20 || *c >= 0x7F) {
           out += "\\u00" + KyGuidUtils::BytesToHex(c, 1);
@@ -73,9 +83,9 @@ void AppendJsonString(std::string& out, const char* text) {
 }
 
 bool AppendLine(const std::string& line) {
-  HANDLE file = CreateFileA(OutputPath().c_str(), FILE_APPEND_DATA,
-                            FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
-                            FILE_ATTRIBUTE_NORMAL, nullptr);
+  HANDLE file =
+      CreateFileA(OutputPath().c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                  nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) return false;
   // One write per line: reports sent from two threads never interleave.
   DWORD written = 0;
@@ -109,6 +119,7 @@ extern "C" int32_t __cdecl KyReportSend(const char* business, const char* const*
   }
   line += "}}\n";
   const bool written = AppendLine(line);
-  if (g_trace) g_trace("report %s with %u fields %s", business, count, written ? "written" : "lost");
+  if (g_trace)
+    g_trace("report %s with %u fields %s", business, count, written ? "written" : "lost");
   return written ? 1 : 0;
 }

@@ -15,8 +15,8 @@ constexpr size_t kMaxMacBytes = 8;  // what IP_ADAPTER_INFO can carry
 constexpr size_t kMinDescriptor = 8;
 constexpr size_t kMaxDescriptor = 4096;
 constexpr size_t kIdentifySize = 512;
-constexpr size_t kLanaMacBytes = 6;   // ADAPTER_STATUS.adapter_address
-constexpr size_t kBrandBytes = 48;    // CPUID 0x80000002-0x80000004
+constexpr size_t kLanaMacBytes = 6;  // ADAPTER_STATUS.adapter_address
+constexpr size_t kBrandBytes = 48;   // CPUID 0x80000002-0x80000004
 
 struct NamedNumber {
   const char* name;
@@ -252,19 +252,24 @@ class Parser {
                  : "'" + key + "' cannot stand beside 'descriptor', which gives it itself";
     }
     switch (m_kind) {
-      case Kind::kDisk: return DiskValue(m_machine.disks.back(), key, value);
-      case Kind::kAdapter: return AdapterValue(m_machine.adapters.back(), key, value);
-      case Kind::kScsi: return ScsiValue(m_machine.scsiPorts.back(), key, value);
-      case Kind::kLana: return LanaValue(m_machine.lanas.back(), key, value);
-      default: return ProcessorValue(key, value);
+      case Kind::kDisk:
+        return DiskValue(m_machine.disks.back(), key, value);
+      case Kind::kAdapter:
+        return AdapterValue(m_machine.adapters.back(), key, value);
+      case Kind::kScsi:
+        return ScsiValue(m_machine.scsiPorts.back(), key, value);
+      case Kind::kLana:
+        return LanaValue(m_machine.lanas.back(), key, value);
+      default:
+        return ProcessorValue(key, value);
     }
   }
 
   // Whether `key` and another key of the section both say what the
   // descriptor says.
   bool DescriptorConflict(const std::string& key) const {
-    static const std::set<std::string> kDescribed = {"model", "serial", "revision",
-                                                     "vendor", "bus", "removable"};
+    static const std::set<std::string> kDescribed = {"model",  "serial", "revision",
+                                                     "vendor", "bus",    "removable"};
     if (key == "descriptor") {
       return std::any_of(kDescribed.begin(), kDescribed.end(),
                          [this](const std::string& name) { return m_keys.count(name) != 0; });

@@ -57,7 +57,7 @@ struct MachineAdapter {
 // answer IDENTIFY through their miniport, NetBIOS LAN adapters, and the
 // processor's brand string.
 struct MachineScsiPort {
-  int number = 0;  // N of \\.\ScsiN:, 0-15
+  int number = 0;                    // N of \\.\ScsiN:, 0-15
   std::vector<uint8_t> identify[2];  // per position; empty: no device there
 };
 

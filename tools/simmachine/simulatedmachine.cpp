@@ -1,10 +1,10 @@
 #include "tools/simmachine/simulatedmachine.h"
 
 #include <windows.h>
-#include <winioctl.h>
-#include <ntddscsi.h>
 #include <iphlpapi.h>
 #include <nb30.h>
+#include <ntddscsi.h>
+#include <winioctl.h>
 
 #include <algorithm>
 #include <cstring>
@@ -19,8 +19,7 @@ constexpr uint32_t kVolumeExtents = 0x560000;   // IOCTL_VOLUME_GET_VOLUME_DISK_
 constexpr size_t kSendCmdOutHeader = 16;        // cBufferSize + DRIVERSTATUS
 
 bool EqualsNoCase(const std::string& a, const std::string& b) {
-  return a.size() == b.size() &&
-         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
            return tolower(static_cast<unsigned char>(x)) == tolower(static_cast<unsigned char>(y));
          });
 }
@@ -61,8 +60,7 @@ bool RecordSmartRequest(const std::wstring& device, const void* in, uint32_t inS
 
 class SimDriveDevice final : public KyGuid::IDevice {
  public:
-  SimDriveDevice(const SimDrive& drive, const std::wstring& path,
-                 std::vector<AtaRequest>* requests)
+  SimDriveDevice(const SimDrive& drive, const std::wstring& path, std::vector<AtaRequest>* requests)
       : m_drive(drive), m_path(path), m_requests(requests) {}
 
   bool Control(uint32_t code, const void* in, uint32_t inSize, void* out, uint32_t outSize,
@@ -202,20 +200,20 @@ std::vector<uint8_t> SimulatedMachine::Descriptor(const std::string& vendor,
   return bytes;
 }
 
-std::vector<uint8_t> SimulatedMachine::Identify(const std::string& model,
-                                                const std::string& serial,
+std::vector<uint8_t> SimulatedMachine::Identify(const std::string& model, const std::string& serial,
                                                 const std::string& revision) {
   std::vector<uint8_t> block(512, 0);
-  PutAtaString(block, 20, 10, serial);    // words 10-19
-  PutAtaString(block, 46, 4, revision);   // words 23-26
-  PutAtaString(block, 54, 20, model);     // words 27-46
+  PutAtaString(block, 20, 10, serial);   // words 10-19
+  PutAtaString(block, 46, 4, revision);  // words 23-26
+  PutAtaString(block, 54, 20, model);    // words 27-46
   return block;
 }
 
 std::vector<uint8_t> SimulatedMachine::Extents(
     const std::vector<std::pair<uint32_t, uint64_t>>& extents) {
   const size_t count = std::max<size_t>(extents.size(), 1);
-  std::vector<uint8_t> bytes(offsetof(VOLUME_DISK_EXTENTS, Extents) + count * sizeof(DISK_EXTENT), 0);
+  std::vector<uint8_t> bytes(offsetof(VOLUME_DISK_EXTENTS, Extents) + count * sizeof(DISK_EXTENT),
+                             0);
   auto* header = reinterpret_cast<VOLUME_DISK_EXTENTS*>(bytes.data());
   header->NumberOfDiskExtents = static_cast<DWORD>(extents.size());
   for (size_t i = 0; i < extents.size(); ++i) {
@@ -250,8 +248,8 @@ SimAdapter& SimulatedMachine::AddAdapter(const std::string& name, const std::str
 }
 
 std::unique_ptr<KyGuid::IDevice> SimulatedMachine::OpenDevice(const std::wstring& path,
-                                                             uint32_t access, uint32_t share,
-                                                             uint32_t, uint32_t* error) {
+                                                              uint32_t access, uint32_t share,
+                                                              uint32_t, uint32_t* error) {
   opens.push_back({path, access, share});
   if (deviceOpenDelayMs) Sleep(deviceOpenDelayMs);
   auto fail = [&](uint32_t code) -> std::unique_ptr<KyGuid::IDevice> {
@@ -294,8 +292,7 @@ uint32_t SimulatedMachine::FillAdaptersInfo(void* buffer, uint32_t* size) {
     if (adapter.present) listed.push_back(&adapter);
   }
   if (listed.empty()) return kErrorNoData;
-  const uint32_t needed =
-      static_cast<uint32_t>(listed.size() * sizeof(IP_ADAPTER_INFO)) + growth;
+  const uint32_t needed = static_cast<uint32_t>(listed.size() * sizeof(IP_ADAPTER_INFO)) + growth;
   if (!buffer || *size < needed) {
     *size = needed;
     return kErrorBufferOverflow;

@@ -69,12 +69,12 @@ struct SimVolume {
 };
 
 struct SimAdapter {
-  std::string name;         // as the IP helper gives it, with braces
+  std::string name;  // as the IP helper gives it, with braces
   std::string description;
   std::vector<uint8_t> address;
   uint32_t index = 0;
-  uint32_t type = 6;        // interface type: 6 Ethernet, 71 802.11, ...
-  std::string pnpId;        // "PnpInstanceID"; empty: no registry value
+  uint32_t type = 6;          // interface type: 6 Ethernet, 71 802.11, ...
+  std::string pnpId;          // "PnpInstanceID"; empty: no registry value
   int64_t mediaSubType = -1;  // "MediaSubType"; -1: no registry value
   // False for an adapter that was removed: the registry still has its key,
   // the IP helper no longer lists it.
@@ -126,7 +126,7 @@ class SimulatedMachine final : public KyGuid::IHardware {
   uint32_t adapterSizeGrowth = 0;  // bytes the list grows by between calls
   std::set<std::string> wmiPnpIds;
   std::vector<uint8_t> processorBrand;  // the 48 bytes; empty: this processor's
-  uint32_t deviceOpenDelayMs = 0;  // makes every device open slow
+  uint32_t deviceOpenDelayMs = 0;       // makes every device open slow
 
   // --- What the code under test asked ---------------------------------------
   std::vector<OpenCall> opens;
@@ -141,8 +141,8 @@ class SimulatedMachine final : public KyGuid::IHardware {
                                               uint32_t share, uint32_t flags,
                                               uint32_t* error) override;
   std::unique_ptr<KyGuid::IAdapterQuery> LoadAdapterQuery() override;
-  bool ReadNetworkString(const std::string& connectionKey, const char* valueName,
-                         uint32_t maxBytes, std::string& value) override;
+  bool ReadNetworkString(const std::string& connectionKey, const char* valueName, uint32_t maxBytes,
+                         std::string& value) override;
   bool ReadNetworkDword(const std::string& connectionKey, const char* valueName,
                         uint32_t& value) override;
   bool FindWmiAdapter(const std::string& pnpId) override;
