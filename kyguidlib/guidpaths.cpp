@@ -70,6 +70,16 @@ std::wstring GetCommitListPath() {
   return dir.empty() ? std::wstring() : dir + L"\\GuidStore.commit";
 }
 
+std::wstring GetGlobalDbPath(bool user) {
+  std::wstring folder;
+  if (!CurrentPlatform().folders->GetFolder(user ? CSIDL_APPDATA : CSIDL_COMMON_APPDATA, folder)) {
+    return std::wstring();
+  }
+  const std::wstring path =
+      folder + (user ? kSuiteSubFolder : L"\\Corvane\\Desktop") + std::wstring(L"\\Global.db");
+  return path.size() < MAX_PATH ? path : std::wstring();
+}
+
 std::vector<std::wstring> GetStoreFiles() {
   std::vector<std::wstring> files;
   const std::wstring dir = GetProfileDir();
@@ -80,13 +90,10 @@ std::vector<std::wstring> GetStoreFiles() {
     }
   }
   const std::wstring userDir = SuiteFolder(CSIDL_APPDATA);
-  if (!userDir.empty()) {
-    files.push_back(userDir + L"\\" + kGlobalMgrName);
-    files.push_back(userDir + L"\\Global.db");
-  }
-  std::wstring common;
-  if (CurrentPlatform().folders->GetFolder(CSIDL_COMMON_APPDATA, common)) {
-    files.push_back(common + L"\\Corvane\\Desktop\\Global.db");
+  if (!userDir.empty()) files.push_back(userDir + L"\\" + kGlobalMgrName);
+  for (bool user : {true, false}) {
+    const std::wstring path = GetGlobalDbPath(user);
+    if (!path.empty()) files.push_back(path);
   }
   return files;
 }

@@ -20,6 +20,10 @@ std::string GetReportFilePath();
 // the shell gives no such folder; `path` is empty then, and also when the
 // suite folder's own path would not fit in MAX_PATH.
 bool GetGlobalMgrPath(int csidl, std::wstring& path);
+// Global.db, the legacy scheme's random id of a machine without a MAC: in the
+// common "\Corvane\Desktop" or the per-user "\Corvane\Greibraske"; empty
+// when the folder is unknown or the path too long.
+std::wstring GetGlobalDbPath(bool user);
 // GlobalMgr.db in the profile folder, narrow.
 std::string GetGlobalMgrFilePath();
 // GlobalMgr.db in the per-user counterpart of the profile folder, narrow.

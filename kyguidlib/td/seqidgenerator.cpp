@@ -42,12 +42,8 @@ constexpr wchar_t kGenerateID[] = L"KyMacID::CSeqIDGenerator::GenerateID";
 constexpr wchar_t kGetSequenceID[] = L"KyMacID::CSeqIDGenerator::GetSequenceID";
 constexpr wchar_t kCreateGuidInfoFile[] = L"CGuidInfo::CreateGuidInfoFile";
 
-// Other programs of the suite read these exact places: the cache files under
-// "Greibraske", the common id file under "Desktop".
+// Other programs of the suite read the backup beside the cache.
 constexpr wchar_t kBackupName[] = L"GlobalMgrBack.db";
-constexpr wchar_t kCommonIdFolder[] = L"\\Corvane\\Desktop";
-constexpr wchar_t kUserIdFolder[] = L"\\Corvane\\Greibraske";
-constexpr wchar_t kIdFileName[] = L"\\Global.db";
 
 constexpr DWORD kUserConfigBufferSize = 64;  // 63 characters and the NUL
 constexpr size_t kDigestLength = kDigestTextSize - 1;
@@ -433,14 +429,7 @@ void CSeqIDGenerator::GetLocalCacheFilePath(wchar_t* path) {
 
 std::wstring CSeqIDGenerator::GetGlobalDbPath(bool user) {
   LogEntry(kGetGlobalDbPath);
-  std::wstring folder;
-  if (!KyGuid::CurrentPlatform().folders->GetFolder(user ? CSIDL_APPDATA : CSIDL_COMMON_APPDATA,
-                                                    folder)) {
-    return std::wstring();
-  }
-  std::wstring path = folder + (user ? kUserIdFolder : kCommonIdFolder) + kIdFileName;
-  if (path.size() >= kPathSize) return std::wstring();
-  return path;
+  return KyGuid::GetGlobalDbPath(user);
 }
 
 bool CSeqIDGenerator::GetIDFromFile(SeqId& id) {
