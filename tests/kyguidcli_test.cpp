@@ -1,7 +1,10 @@
 // kyguid.exe as support engineers and scripts use it: each command on this
 // machine through the shipped DLL or on a what-if machine file, in text and
 // in JSON, and the exit code and sentence of each way it can fail.
+#include <regex>
+
 #include "common/md5.h"
+#include "common/strutil.h"
 #include "tests/dlltestsupport.h"
 #include "tests/testsupport.h"
 
@@ -118,19 +121,7 @@ TEST_F(KyguidCliTest, InventoryShowsEveryFetchedFieldOfAWhatIfMachineFile) {
 // The two runs may straddle a second, and a new record is stamped with the
 // time it was built.
 std::string WithoutBuildTime(const std::string& json) {
-  std::string kept;
-  size_t at = 0;
-  while (at < json.size()) {
-    size_t end = json.find('\n', at);
-    end = end == std::string::npos ? json.size() : end + 1;
-    const std::string line = json.substr(at, end - at);
-    if (line.find("\"createTime\"") == std::string::npos &&
-        line.find("\"created\"") == std::string::npos) {
-      kept += line;
-    }
-    at = end;
-  }
-  return kept;
+  return std::regex_replace(json, std::regex("[^\n]*\"(createTime|created)\"[^\n]*\n"), "");
 }
 
 TEST_F(KyguidCliTest, ACapturedMachineReplaysExactlyAndCaptureWritesNothingElse) {
@@ -148,79 +139,44 @@ TEST_F(KyguidCliTest, ACapturedMachineReplaysExactlyAndCaptureWritesNothingElse)
   }
 }
 
-// "0a 1b ...": bytes as a machine file gives them.
-std::string Hex(const std::string& bytes) {
-  std::string text;
-  for (unsigned char c : bytes)
-    text += "0123456789abcdef"[c >> 4] + std::string(1, "0123456789abcdef"[c & 15]) + " ";
-  return text;
-}
-
-// A STORAGE_DEVICE_DESCRIPTOR as drivers lay it out: 40 fixed bytes, then
-// the strings as given (a NUL each); `serialAt` overrides the serial's offset.
-std::string DescriptorHex(const std::string& vendor, const std::string& model,
-                          const std::string& revision, const std::string& serial, uint8_t bus,
-                          bool removable, uint32_t serialAt = 0) {
-  std::string bytes(40, '\0');
-  bytes[0] = 40;
-  bytes[10] = removable ? 1 : 0;
-  bytes[28] = static_cast<char>(bus);
-  auto put = [&bytes](size_t field, const std::string& text, uint32_t at) {
-    if (text.empty() && !at) return;
-    if (!at) at = static_cast<uint32_t>(bytes.size());
-    memcpy(&bytes[field], &at, 4);
-    if (at == bytes.size()) bytes += text + '\0';
-  };
-  put(12, vendor, 0);
-  put(16, model, 0);
-  put(20, revision, 0);
-  put(24, serial, serialAt);
-  bytes[4] = static_cast<char>(bytes.size());
-  return Hex(bytes);
-}
-
-// IDENTIFY data: ATA strings with the bytes of each word swapped.
-std::string IdentifyHex(const std::string& serial, const std::string& revision,
-                        const std::string& model) {
-  std::string block(512, '\0');
-  auto put = [&block](size_t at, size_t length, const std::string& text) {
-    for (size_t i = 0; i < length; ++i) block[at + (i ^ 1)] = i < text.size() ? text[i] : ' ';
-  };
-  put(20, 20, serial);
-  put(46, 8, revision);
-  put(54, 40, model);
-  return Hex(block);
+// A disk of a machine file by its descriptor; `serialAt` overrides the serial's offset.
+std::string Descriptor(const std::string& vendor, const std::string& model,
+                       const std::string& revision, const std::string& serial, uint32_t bus,
+                       bool removable, uint32_t serialAt = 0) {
+  std::vector<uint8_t> bytes =
+      KyGuidSim::SimulatedMachine::Descriptor(vendor, model, revision, serial, bus, removable);
+  if (serialAt) memcpy(&bytes[24], &serialAt, sizeof(serialAt));
+  return "descriptor = " + KyGuidUtils::BytesToHex(bytes.data(), bytes.size());
 }
 
 // What real drives answer, as Windows hands it over: the detail text the
 // library makes of each, cleaned as the records require.
 TEST_F(KyguidCliTest, RealDeviceAnswersBecomeTheRecordsTheLibraryExpects) {
+  const std::vector<uint8_t> identify = KyGuidSim::SimulatedMachine::Identify(
+      "Samsung SSD 860 EVO 500GB", "   S3Z9NB0K123456", std::string("1.0\0\0\0\0\0", 8));
   const struct {
     std::string keys;
     const char* detail;
   } disks[] = {
-      {"descriptor = " + DescriptorHex("", "Samsung SSD 980 PRO 1TB", "5B2QGXA7",
-                                       "ACE4_2E61_9000_7804.", 17, false),
+      {Descriptor("", "Samsung SSD 980 PRO 1TB", "5B2QGXA7", "ACE4_2E61_9000_7804.", 17, false),
        "PID:{Samsung SSD 980 PRO 1TB}VID:{}Rev:{5B2QGXA7}SN:{ACE4_2E61_9000_7804.}Sys:{0}Move:{0}"
        "Bus:{17}Score:{100}"},
-      {"descriptor = " + DescriptorHex("ATA     ", "WDC WD10EZEX-00BBHA0 ", "01.01A01",
-                                       "     WD-WCC6Y1LXTHFN", 11, false),
+      {Descriptor("ATA     ", "WDC WD10EZEX-00BBHA0 ", "01.01A01", "     WD-WCC6Y1LXTHFN", 11,
+                  false),
        "PID:{WDC WD10EZEX-00BBHA0}VID:{ATA}Rev:{01.01A01}SN:{WD-WCC6Y1LXTHFN}Sys:{0}Move:{0}"
        "Bus:{11}Score:{100}"},
-      {"descriptor = " +
-           DescriptorHex("", "ST1000DM010-2EP102", "CC43", "395a314132423343", 8, false),
+      {Descriptor("", "ST1000DM010-2EP102", "CC43", "395a314132423343", 8, false),
        "PID:{ST1000DM010-2EP102}VID:{}Rev:{CC43}SN:{Z9A1B2C3}Sys:{0}Move:{0}Bus:{8}Score:{100}"},
-      {"descriptor = " + DescriptorHex("JMicron", "Generic", "0508", "", 7, true),
+      {Descriptor("JMicron", "Generic", "0508", "", 7, true),
        "PID:{Generic}VID:{JMicron}Rev:{0508}SN:{}Sys:{0}Move:{1}Bus:{7}Score:{35}"},
-      {"descriptor = " + DescriptorHex("Msft", "Virtual Disk", "1.0", "60022480", 14, false),
+      {Descriptor("Msft", "Virtual Disk", "1.0", "60022480", 14, false),
        "PID:{Virtual Disk}VID:{Msft}Rev:{1.0}SN:{60022480}Sys:{0}Move:{0}Bus:{14}Score:{75}"},
-      {"descriptor = " + DescriptorHex("", "QEMU HARDDISK", "2.5+", "", 15, false, 5000),
+      {Descriptor("", "QEMU HARDDISK", "2.5+", "", 15, false, 5000),
        "PID:{QEMU HARDDISK}VID:{}Rev:{2.5+}SN:{}Sys:{0}Move:{0}Bus:{15}Score:{65}"},
-      {"descriptor = " + DescriptorHex("", "Offset Past End", "1", "", 11, false, 200),
+      {Descriptor("", "Offset Past End", "1", "", 11, false, 200),
        "PID:{Offset Past End}VID:{}Rev:{1}SN:{}Sys:{0}Move:{0}Bus:{11}Score:{90}"},
       // Only IDENTIFY: the SMART fallback gives serial, model and revision.
-      {"identify = " + IdentifyHex("   S3Z9NB0K123456", std::string("1.0\0\0\0\0\0", 8),
-                                   "Samsung SSD 860 EVO 500GB"),
+      {"identify = " + KyGuidUtils::BytesToHex(identify.data(), identify.size()),
        "PID:{Samsung SSD 860 EVO 500GB}VID:{}Rev:{1.0}SN:{S3Z9NB0K123456}Sys:{0}Move:{0}"
        "Bus:{11}Score:{100}"},
   };
