@@ -13,24 +13,10 @@ namespace {
 using namespace KyGuid;
 
 DiskInfo Disk(int index, const char* model, const char* serial, int score) {
-  DiskInfo disk;
-  disk.Index = index;
-  disk.ProductId = model;
-  disk.Revision = "R1";
-  disk.SerialNumber = serial;
-  disk.Score = score;
-  disk.Flags = index == 0 ? DiskInfo::kBestDisk : 0;
-  return disk;
+  return DiskInfo{index, model, "R1", serial, "", 0, index == 0 ? DiskInfo::kBestDisk : 0, score};
 }
-
 AdapterInfo Nic(int index, const char* mac, uint32_t type) {
-  AdapterInfo adapter;
-  adapter.Index = index;
-  adapter.MacAddress = mac;
-  adapter.Type = type;
-  adapter.Score = 71;
-  adapter.Flags = index == 0 ? AdapterInfo::kBestAdapter : 0;
-  return adapter;
+  return {index, "", mac, "", 0, type, 71, index == 0 ? AdapterInfo::kBestAdapter : 0};
 }
 
 const DiskInfo kDesk = Disk(0, "ST1000DM010", "Z9A1B2C3", 150);
