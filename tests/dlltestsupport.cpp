@@ -14,13 +14,13 @@ std::string ShellFolder(int csidl) {
   return base;
 }
 
+}  // namespace
+
 std::string TempPath(const std::string& name) {
   char temp[MAX_PATH] = {};
   GetTempPathA(MAX_PATH, temp);
   return temp + name;
 }
-
-}  // namespace
 
 std::string ExecutableDir() {
   char path[MAX_PATH] = {};
@@ -37,10 +37,7 @@ std::string UserProfileDir() { return ShellFolder(CSIDL_APPDATA) + "\\Corvane\\G
 // have its cleaning follow it.
 bool ThroughALink(std::string path) {
   for (; path.size() > 3; path.erase(path.rfind('\\'))) {
-    const DWORD attributes = GetFileAttributesA(path.c_str());
-    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT)) {
-      return true;
-    }
+    if (IsLink(path)) return true;
   }
   return false;
 }
@@ -52,15 +49,11 @@ void WipeMachineProfile() {
   const std::string legacyIdDir = ShellFolder(CSIDL_COMMON_APPDATA) + "\\Corvane\\Desktop";
   for (const std::string& dir : {MachineProfileDir(), UserProfileDir(), legacyIdDir}) {
     if (ThroughALink(dir)) continue;
-    WIN32_FIND_DATAA data;
-    HANDLE find = FindFirstFileA((dir + "\\*").c_str(), &data);
-    for (bool more = find != INVALID_HANDLE_VALUE; more; more = FindNextFileA(find, &data)) {
-      const std::string child = dir + "\\" + data.cFileName;
-      if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) continue;
-      SetFileAttributesA(child.c_str(), FILE_ATTRIBUTE_NORMAL);
-      DeleteFileA(child.c_str());
-    }
-    if (find != INVALID_HANDLE_VALUE) FindClose(find);
+    ForEachIn(dir, [&](const std::string& name, DWORD attributes) {
+      if (attributes & FILE_ATTRIBUTE_DIRECTORY) return;
+      SetFileAttributesA((dir + "\\" + name).c_str(), FILE_ATTRIBUTE_NORMAL);
+      DeleteFileA((dir + "\\" + name).c_str());
+    });
   }
 }
 

@@ -1,22 +1,25 @@
 #include "tests/testsupport.h"
 
-#include "kyguidlib/guidpaths.h"
-
 #include <shlobj.h>
 
+#include <algorithm>
 #include <atomic>
-#include <functional>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <sstream>
 
+#include "common/win32raii.h"
+#include "kyguidlib/guidpaths.h"
+
 namespace KyGuidTest {
-namespace {
 
 bool IsLink(const std::string& path) {
   const DWORD attributes = GetFileAttributesA(path.c_str());
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT);
 }
+
+namespace {
 
 // Runs `ln` or `rm` of the host on the host's paths of `paths` under Wine,
 // whose CreateSymbolicLinkW makes no link, and waits until `done`: Wine
@@ -69,32 +72,30 @@ void RemoveLink(const std::string& link) {
   }
 }
 
-void RemoveTree(const std::string& path) {
-  // A link is removed itself: what it points to is none of the test's.
-  const DWORD attributes = GetFileAttributesA(path.c_str());
-  if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT)) {
-    RemoveLink(path);
-    return;
-  }
+void ForEachIn(const std::string& folder,
+               const std::function<void(const std::string&, DWORD)>& visit) {
   WIN32_FIND_DATAA data;
-  HANDLE find = FindFirstFileA((path + "\\*").c_str(), &data);
-  if (find != INVALID_HANDLE_VALUE) {
-    do {
-      std::string name = data.cFileName;
-      if (name == "." || name == "..") continue;
-      std::string child = path + "\\" + name;
-      SetFileAttributesA(child.c_str(), FILE_ATTRIBUTE_NORMAL);
-      if (data.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) {
-        RemoveTree(child);
-      } else {
-        DeleteFileA(child.c_str());
-      }
-    } while (FindNextFileA(find, &data));
-    FindClose(find);
+  HANDLE find = FindFirstFileA((folder + "\\*").c_str(), &data);
+  for (bool more = find != INVALID_HANDLE_VALUE; more; more = FindNextFileA(find, &data)) {
+    const std::string name = data.cFileName;
+    if (name != "." && name != "..") visit(name, data.dwFileAttributes);
   }
-  RemoveDirectoryA(path.c_str());
+  if (find != INVALID_HANDLE_VALUE) FindClose(find);
 }
 
+void RemoveTree(const std::string& path) {
+  // A link is removed itself: what it points to is none of the test's.
+  if (IsLink(path)) return RemoveLink(path);
+  ForEachIn(path, [&](const std::string& name, DWORD attributes) {
+    const std::string child = path + "\\" + name;
+    SetFileAttributesA(child.c_str(), FILE_ATTRIBUTE_NORMAL);
+    if (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) {
+      return RemoveTree(child);
+    }
+    DeleteFileA(child.c_str());
+  });
+  RemoveDirectoryA(path.c_str());
+}
 
 TempDir::TempDir() {
   static std::atomic<int> counter{0};
@@ -114,18 +115,9 @@ std::wstring TempDir::WidePath() const { return std::wstring(m_path.begin(), m_p
 TestFolders::TestFolders(const std::string& root) : m_root(root) {}
 
 bool TestFolders::GetFolder(int csidl, std::wstring& path) {
-  if (m_fail) return false;
-  std::string folder;
-  switch (csidl & ~CSIDL_FLAG_CREATE) {
-    case CSIDL_COMMON_APPDATA:
-      folder = CommonAppData();
-      break;
-    case CSIDL_APPDATA:
-      folder = UserAppData();
-      break;
-    default:
-      return false;
-  }
+  csidl &= ~CSIDL_FLAG_CREATE;
+  if (m_fail || (csidl != CSIDL_COMMON_APPDATA && csidl != CSIDL_APPDATA)) return false;
+  const std::string folder = csidl == CSIDL_APPDATA ? UserAppData() : CommonAppData();
   MakeDirs(folder);
   path = KyGuid::AnsiToWide(folder);
   return true;
@@ -167,11 +159,10 @@ std::vector<std::string> ReadLines(const std::string& path) {
 }
 
 int IsolatedTest::CountLog(const std::string& text) const {
-  int count = 0;
-  for (const std::string& line : LogLines()) {
-    if (line.find(text) != std::string::npos) ++count;
-  }
-  return count;
+  const std::vector<std::string> lines = LogLines();
+  return static_cast<int>(std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
+    return line.find(text) != std::string::npos;
+  }));
 }
 
 std::string IsolatedTest::LogLineWith(const std::string& text) const {
@@ -190,18 +181,11 @@ std::string ReadWholeFile(const std::string& path) {
 
 std::map<std::string, std::string> ReadTree(const std::string& folder) {
   std::map<std::string, std::string> files;
-  WIN32_FIND_DATAA data;
-  HANDLE find = FindFirstFileA((folder + "\\*").c_str(), &data);
-  for (bool more = find != INVALID_HANDLE_VALUE; more; more = FindNextFileA(find, &data)) {
-    const std::string name = data.cFileName;
-    if (name == "." || name == "..") continue;
-    if (!(data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
-      files[name] = ReadWholeFile(folder + "\\" + name);
-      continue;
-    }
-    for (const auto& file : ReadTree(folder + "\\" + name)) files[name + "\\" + file.first] = file.second;
-  }
-  if (find != INVALID_HANDLE_VALUE) FindClose(find);
+  ForEachIn(folder, [&](const std::string& name, DWORD attributes) {
+    const std::string path = folder + "\\" + name;
+    if (!(attributes & FILE_ATTRIBUTE_DIRECTORY)) return void(files[name] = ReadWholeFile(path));
+    for (const auto& file : ReadTree(path)) files[name + "\\" + file.first] = file.second;
+  });
   return files;
 }
 
@@ -225,19 +209,15 @@ void IniWrite(const std::string& path, const char* section, const char* key, con
 }
 
 void TouchForward(const std::string& path, int seconds) {
-  HANDLE file = CreateFileA(path.c_str(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                            nullptr, OPEN_EXISTING, 0, nullptr);
-  if (file == INVALID_HANDLE_VALUE) return;
+  KyGuidUtils::UniqueFile file(CreateFileA(path.c_str(), FILE_WRITE_ATTRIBUTES,
+                                           FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                           OPEN_EXISTING, 0, nullptr));
   FILETIME written;
-  GetFileTime(file, nullptr, nullptr, &written);
-  ULARGE_INTEGER value;
-  value.LowPart = written.dwLowDateTime;
-  value.HighPart = written.dwHighDateTime;
-  value.QuadPart += static_cast<ULONGLONG>(seconds) * 10000000ull;
-  written.dwLowDateTime = value.LowPart;
-  written.dwHighDateTime = value.HighPart;
-  SetFileTime(file, nullptr, nullptr, &written);
-  CloseHandle(file);
+  if (!file || !GetFileTime(file.get(), nullptr, nullptr, &written)) return;
+  const uint64_t ticks = (uint64_t{written.dwHighDateTime} << 32 | written.dwLowDateTime) +
+                         static_cast<uint64_t>(seconds) * 10000000u;
+  written = {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+  SetFileTime(file.get(), nullptr, nullptr, &written);
 }
 
 }  // namespace KyGuidTest

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -88,6 +89,9 @@ class IsolatedTest : public ::testing::Test {
 };
 
 std::string ReadWholeFile(const std::string& path);
+// `visit` with the name and attributes of each entry of `folder`.
+void ForEachIn(const std::string& folder,
+               const std::function<void(const std::string&, DWORD)>& visit);
 // Every file below `folder` by its path below it, with its bytes.
 std::map<std::string, std::string> ReadTree(const std::string& folder);
 // The file's lines without their line ends; none for a missing file.
@@ -97,6 +101,7 @@ void MakeDirs(const std::string& path);
 // Deletes a folder with everything in it; a link in it, or the folder
 // itself when it is a link, is removed, never followed.
 void RemoveTree(const std::string& path);
+bool IsLink(const std::string& path);
 // Makes `link` a symbolic link to `target` (Windows paths): with
 // CreateSymbolicLinkW where the system makes one, else, under Wine, whose
 // CreateSymbolicLinkW makes none, with the host's ln. False when none was made.
