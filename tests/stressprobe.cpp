@@ -15,9 +15,12 @@
 #include <cstdio>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
+#include "common/modules.h"
 #include "common/strutil.h"
+#include "common/win32raii.h"
 #include "kyguidlib/cguidbuilder.h"
 #include "kyguidlib/cguidupdater.h"
 #include "kyguidlib/kyguidapi.h"
@@ -84,13 +87,11 @@ class JournalingHardware final : public KyGuid::IHardware {
   void Note() {
     char line[64];
     int length = snprintf(line, sizeof(line), "in %lu %d\n", GetCurrentProcessId(), m_update);
-    HANDLE file = CreateFileA(m_journal.c_str(), FILE_APPEND_DATA,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                              OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return;
+    KyGuidUtils::UniqueFile file(CreateFileA(m_journal.c_str(), FILE_APPEND_DATA,
+                                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                             nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     DWORD written = 0;
-    WriteFile(file, line, static_cast<DWORD>(length), &written, nullptr);
-    CloseHandle(file);
+    if (file) WriteFile(file.get(), line, static_cast<DWORD>(length), &written, nullptr);
   }
 
   std::string m_journal;
@@ -98,57 +99,41 @@ class JournalingHardware final : public KyGuid::IHardware {
   int m_update = 0;
 };
 
-std::string ExecutableDir() {
-  char path[MAX_PATH] = {};
-  GetModuleFileNameA(nullptr, path, MAX_PATH);
-  std::string dir = path;
-  return dir.substr(0, dir.find_last_of('\\'));
+// An export of KyGuid64.dll beside this executable.
+template <typename Fn>
+Fn DllExport(const char* name) {
+  static HMODULE library =
+      KyGuidUtils::LoadModuleFromFolder(KyGuidUtils::ExecutableDir().c_str(), L"KyGuid64.dll");
+  return KyGuidUtils::GetProcAs<Fn>(library, name);
 }
 
 int Read(DWORD durationMs, const char* outPath) {
-  HMODULE library = LoadLibraryA((ExecutableDir() + "\\KyGuid64.dll").c_str());
-  if (!library) return 2;
-  auto getReader = reinterpret_cast<GetGuidReaderFn>(
-      reinterpret_cast<void*>(GetProcAddress(library, "GetGuidReader")));
+  auto getReader = DllExport<GetGuidReaderFn>("GetGuidReader");
   if (!getReader) return 2;
   KyGuid::IGuidReader* reader = getReader();
-  long reads = 0;
-  long invalid = 0;
-  long none = 0;
-  std::map<std::string, long> seen;
+  long reads = 0, invalid = 0;
+  std::set<std::string> seen;
   const DWORD start = GetTickCount();
   do {
     char text[33] = {};
-    const BOOL got = reader->GetGuidStringA(text, sizeof(text));
     ++reads;
-    if (!got && text[0] == '\0') {
-      ++none;
-    } else if (!KyGuidUtils::IsGuidText(text)) {
-      ++invalid;
-      seen[std::string("invalid:") + text]++;
-    } else {
-      seen[text]++;
-    }
+    if (!reader->GetGuidStringA(text, sizeof(text)) && text[0] == '\0') continue;  // none yet
+    invalid += !KyGuidUtils::IsGuidText(text);
+    seen.insert(text);
   } while (GetTickCount() - start < durationMs);
   FILE* out = fopen(outPath, "w");
   if (!out) return 2;
-  fprintf(out, "reads %ld\ninvalid %ld\nnone %ld\n", reads, invalid, none);
-  for (const auto& entry : seen) fprintf(out, "guid %s\n", entry.first.c_str());
+  fprintf(out, "reads %ld\ninvalid %ld\n", reads, invalid);
+  for (const std::string& guid : seen) fprintf(out, "guid %s\n", guid.c_str());
   fclose(out);
   return 0;
-}
-
-KyGuid::IGuidUpdater* DllUpdater() {
-  HMODULE library = LoadLibraryA((ExecutableDir() + "\\KyGuid64.dll").c_str());
-  auto getUpdater = reinterpret_cast<GetGuidUpdaterFn>(
-      reinterpret_cast<void*>(GetProcAddress(library, "GetGuidUpdater")));
-  return getUpdater ? getUpdater() : nullptr;
 }
 
 // The kill test ends this process at a moment inside the update; `done`
 // tells it when it came too late.
 int DllUpdate(const std::string& name) {
-  KyGuid::IGuidUpdater* updater = DllUpdater();
+  auto getUpdater = DllExport<GetGuidUpdaterFn>("GetGuidUpdater");
+  KyGuid::IGuidUpdater* updater = getUpdater ? getUpdater() : nullptr;
   HANDLE ready = OpenEventA(EVENT_MODIFY_STATE, FALSE, (name + "-ready").c_str());
   HANDLE go = OpenEventA(SYNCHRONIZE, FALSE, (name + "-go").c_str());
   HANDLE done = OpenEventA(EVENT_MODIFY_STATE, FALSE, (name + "-done").c_str());
@@ -170,12 +155,10 @@ int Update(DWORD durationMs, const std::string& journal, const std::string& iden
   new KyGuid::ScopedPlatform(KyGuid::Platform{nullptr, nullptr, hardware});
   auto* updater = KyGuidUtils::CSingletonEx<KyGuid::CGuidUpdater>::Instance();
   const DWORD start = GetTickCount();
-  int update = 0;
-  do {
+  for (int update = 0; update == 0 || GetTickCount() - start < durationMs; ++update) {
     hardware->Use(machines[identities[update % identities.size()]], update);
     updater->UpdateNow();
-    ++update;
-  } while (GetTickCount() - start < durationMs);
+  }
   return 0;
 }
 
