@@ -1,12 +1,11 @@
 // Damaged and hostile data files around the shipped DLL: whatever sits in the
 // profile folders, a reader keeps the last good GUID and an update ends with
 // a valid GUID in Guid.db, or says in the log why it could not write one.
-#include <shlobj.h>
-
 #include <functional>
 #include <vector>
 
 #include "common/strutil.h"
+#include "common/win32raii.h"
 #include "tests/dlltestsupport.h"
 #include "tests/testsupport.h"
 
@@ -15,17 +14,12 @@ namespace {
 using KyGuidTest::DllTest;
 using KyGuidTest::IniRead;
 using KyGuidTest::MachineProfileDir;
+using KyGuidTest::UserProfileDir;
 using KyGuidTest::WriteWholeFile;
 
 constexpr char kGoodGuid[] = "0123456789abcdef0123456789abcdef";
 // The GUID some damaged files still carry in a form a reader may accept.
 constexpr char kCarriedGuid[] = "fedcba9876543210fedcba9876543210";
-
-std::string UserProfileDir() {
-  char base[MAX_PATH] = {};
-  SHGetFolderPathA(nullptr, CSIDL_APPDATA, nullptr, 0, base);
-  return std::string(base) + "\\Corvane\\Greibraske";
-}
 
 // Every key the library or the legacy and reporting code reads from these
 // files, with values that are too large, negative or not numbers at all.
@@ -126,31 +120,34 @@ struct HostileFilesTest : DllTest {
 
   std::string Read() {
     char text[33] = {};
-    if (!Reader()->GetGuidStringA(text, sizeof(text))) return std::string();
-    return text;
+    return Reader()->GetGuidStringA(text, sizeof(text)) ? text : "";
+  }
+  // No file but a Guid.db whose GUID the reader took.
+  void StartFromAGoodGuid() {
+    Clean();
+    KyGuidTest::MakeDirs(MachineProfileDir());
+    KyGuidTest::MakeDirs(UserProfileDir());
+    KyGuidTest::IniWrite(GuidDbPath(), "ActiveGuid", "Guid", kGoodGuid);
+    Touch(GuidDbPath());
+    EXPECT_EQ(kGoodGuid, Read());
   }
 
   // UpdateNow on a thread of its own: a hang fails the test instead of
   // stopping the whole run.
   uint32_t UpdateWithin(DWORD timeoutMs) {
-    struct Call {
-      KyGuid::IGuidUpdater* updater;
-      uint32_t result = 0xBAD;
-    } call{Updater()};
-    HANDLE thread = CreateThread(
+    KyGuidUtils::UniqueHandle thread(CreateThread(
         nullptr, 0,
-        [](void* context) -> DWORD {
-          auto* call = static_cast<Call*>(context);
-          call->result = call->updater->UpdateNow();
-          return 0;
+        [](void* updater) -> DWORD {
+          return static_cast<KyGuid::IGuidUpdater*>(updater)->UpdateNow();
         },
-        &call, 0, nullptr);
-    if (WaitForSingleObject(thread, timeoutMs) != WAIT_OBJECT_0) {
+        Updater(), 0, nullptr));
+    if (WaitForSingleObject(thread.get(), timeoutMs) != WAIT_OBJECT_0) {
       ADD_FAILURE() << "the update did not end within " << timeoutMs << " ms";
-      TerminateThread(thread, 1);
+      TerminateThread(thread.get(), 0xBAD);
     }
-    CloseHandle(thread);
-    return call.result;
+    DWORD result = 0xBAD;
+    GetExitCodeThread(thread.get(), &result);
+    return result;
   }
 
   // Guid.db holds a valid GUID in force, or the log says why it was not
@@ -173,16 +170,10 @@ struct HostileFilesTest : DllTest {
 };
 
 TEST_F(HostileFilesTest, DamagedGuidDbKeepsTheLastGoodGuidAndTheNextUpdateWritesAValidOne) {
-  int tried = 0;
-  int refused = 0;
+  int tried = 0, refused = 0;
   for (const Variant& variant : Variants()) {
     SCOPED_TRACE(std::string("Guid.db: ") + variant.name);
-    Clean();
-    KyGuidTest::MakeDirs(MachineProfileDir());
-    KyGuidTest::IniWrite(GuidDbPath(), "ActiveGuid", "Guid", kGoodGuid);
-    Touch(GuidDbPath());
-    ASSERT_EQ(kGoodGuid, Read());
-
+    StartFromAGoodGuid();
     DeleteFileA(GuidDbPath().c_str());
     Plant(GuidDbPath(), variant);
     const std::string read = Read();
@@ -201,18 +192,12 @@ TEST_F(HostileFilesTest, DamagedGuidDbKeepsTheLastGoodGuidAndTheNextUpdateWrites
 }
 
 TEST_F(HostileFilesTest, DamagedSideFilesNeitherCrashNorCostTheGuid) {
-  int tried = 0;
-  int refused = 0;
+  int tried = 0, refused = 0;
   for (const char* name : kFiles) {
     if (std::string(name) == "Guid.db") continue;
     for (const Variant& variant : Variants()) {
       SCOPED_TRACE(std::string(name) + ": " + variant.name);
-      Clean();
-      KyGuidTest::MakeDirs(MachineProfileDir());
-      KyGuidTest::MakeDirs(UserProfileDir());
-      KyGuidTest::IniWrite(GuidDbPath(), "ActiveGuid", "Guid", kGoodGuid);
-      Touch(GuidDbPath());
-      ASSERT_EQ(kGoodGuid, Read());
+      StartFromAGoodGuid();
       for (const std::string& dir : {MachineProfileDir(), UserProfileDir()}) {
         Plant(dir + "\\" + name, variant);
       }
