@@ -30,14 +30,10 @@ void WriteToNull(void*) { *static_cast<volatile int*>(nullptr) = 1; }
 
 void Raise(void* context) { RaiseException(*static_cast<DWORD*>(context), 0, 0, nullptr); }
 
+// A raised exception as much as a hardware fault (the tests below).
 TEST(FaultGuardTest, HandledFaultsReturnFalseWithTheRecordSeenByTheDecision) {
-  Decision decision;
-  EXPECT_FALSE(CallGuarded(&WriteToNull, nullptr, &Decide, &decision));
-  EXPECT_EQ(1, decision.asked);
-  EXPECT_EQ(static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION), decision.code);
-
   DWORD code = 0xE0001234;
-  decision = Decision();
+  Decision decision;
   EXPECT_FALSE(CallGuarded(&Raise, &code, &Decide, &decision));
   EXPECT_EQ(code, decision.code);
 }
