@@ -72,6 +72,8 @@ const Case kCases[] = {
     {"NoHardwareNoGuid", nullptr, 0, 0, {}, {}, kResultBuildFailed, 0, 0, Save::kNothing, 0},
 };
 
+void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
+
 class DecisionTest : public ::testing::TestWithParam<Case> {};
 
 TEST_P(DecisionTest, RecordInForce) {
@@ -109,9 +111,7 @@ TEST_P(DecisionTest, RecordInForce) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Decision, DecisionTest, ::testing::ValuesIn(kCases),
-                         [](const ::testing::TestParamInfo<Case>& info) {
-                           return std::string(info.param.name);
-                         });
+                         ::testing::PrintToStringParamName());
 
 // An ancient GUID bound by its legacy values: the MAC's digest, the disk
 // digest of a present disk or of a drive only the legacy reads see.

@@ -192,9 +192,7 @@ TEST_P(MatchingScenarioTest, OutcomeOfTheChange) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Changes, MatchingScenarioTest, ::testing::ValuesIn(kScenarios),
-                         [](const ::testing::TestParamInfo<Scenario>& info) {
-                           return std::string(info.param.name);
-                         });
+                         ::testing::PrintToStringParamName());
 
 // An earlier scheme's GUID in GlobalMgr.db and no Guid.db: to which present
 // device the ancient values (MD5 of the MAC text; of serial, model and
@@ -277,8 +275,6 @@ TEST_P(AncientBindingTest, FirstUpdateOutcome) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Ancient, AncientBindingTest, ::testing::ValuesIn(kAncientCases),
-                         [](const ::testing::TestParamInfo<AncientCase>& info) {
-                           return std::string(info.param.name);
-                         });
+                         ::testing::PrintToStringParamName());
 
 }  // namespace

@@ -52,6 +52,26 @@ class CrashGate final : public IFileChangeGate {
   int m_seen = 0;
 };
 
+// The machine's random GUID is new in every run that makes it.
+std::string Masked(std::string bytes) {
+  static const std::regex random("(rand_guid=|virt_guid=|\\[RandGuid\\]\r\nGuid=)[0-9a-f]{32}");
+  return std::regex_replace(bytes, random, "$1<random>");
+}
+
+// The record in force of Guid.db, which a crash must leave whole.
+std::string RecordInForce(const Files& files) {
+  const auto guidDb = files.find("common\\Corvane\\Greibraske\\Guid.db");
+  const std::string bytes = guidDb == files.end() ? "" : guidDb->second;
+  const size_t active = bytes.find("[ActiveGuid]");
+  return active == std::string::npos ? ""
+                                     : bytes.substr(active, bytes.find("\n[", active) - active);
+}
+
+bool IsWorkingFile(const std::string& path) {
+  return path.size() > 4 && (path.compare(path.size() - 4, 4, ".tmp") == 0 ||
+                             path.find("GuidStore.commit") != std::string::npos);
+}
+
 class StoreTest;
 
 struct CrashStory {
@@ -60,6 +80,8 @@ struct CrashStory {
   // Leaves the folders and the machine as they are before the update.
   void (*prepare)(StoreTest& test);
 };
+
+void PrintTo(const CrashStory& story, std::ostream* out) { *out << story.name; }
 
 class StoreTest : public KyGuidTest::IsolatedTest,
                        public ::testing::WithParamInterface<CrashStory> {
@@ -107,7 +129,13 @@ class StoreTest : public KyGuidTest::IsolatedTest,
     return files;
   }
   // The files proper, as a reader sees them.
-  Files View();
+  Files View() {
+    Files view;
+    for (const auto& file : Snapshot()) {
+      if (!IsWorkingFile(file.first)) view[file.first] = Masked(file.second);
+    }
+    return view;
+  }
   void Restore(const Files& files) {
     for (const auto& file : Snapshot()) DeleteFileA(Full(file.first).c_str());
     for (const auto& file : files) KyGuidTest::WriteWholeFile(Full(file.first), file.second);
@@ -116,26 +144,6 @@ class StoreTest : public KyGuidTest::IsolatedTest,
  private:
   std::string Full(const std::string& relative) { return m_temp->Path() + "\\" + relative; }
 };
-
-// The machine's random GUID is new in every run that makes it.
-std::string Masked(std::string bytes) {
-  static const std::regex random("(rand_guid=|virt_guid=|\\[RandGuid\\]\r\nGuid=)[0-9a-f]{32}");
-  return std::regex_replace(bytes, random, "$1<random>");
-}
-
-// The record in force of Guid.db, which a crash must leave whole.
-std::string RecordInForce(const Files& files) {
-  const auto guidDb = files.find("common\\Corvane\\Greibraske\\Guid.db");
-  if (guidDb == files.end()) return std::string();
-  const size_t active = guidDb->second.find("[ActiveGuid]");
-  return active == std::string::npos ? std::string()
-                                     : guidDb->second.substr(active, guidDb->second.find("\n[", active) - active);
-}
-
-bool IsWorkingFile(const std::string& path) {
-  return path.size() > 4 && (path.compare(path.size() - 4, 4, ".tmp") == 0 ||
-                             path.find("GuidStore.commit") != std::string::npos);
-}
 
 const CrashStory kStories[] = {
     {"FirstBuild", Caller::kSynchronous, [](StoreTest& t) { t.UseMachine("Z9A1B2C3", 0xCC, 'A'); }},
@@ -154,14 +162,6 @@ const CrashStory kStories[] = {
        KyGuidTest::IniWrite(t.Cache("Guid.db"), "RandGuid", nullptr, nullptr);  // made anew
      }},
 };
-
-Files StoreTest::View() {
-  Files view;
-  for (const auto& file : Snapshot()) {
-    if (!IsWorkingFile(file.first)) view[file.first] = Masked(file.second);
-  }
-  return view;
-}
 
 TEST_P(StoreTest, EveryCrashPointLeavesWholeFilesAndTheIdentity) {
   const CrashStory& story = GetParam();
@@ -252,8 +252,6 @@ TEST_F(StoreTest, AFileHeldOpenIsReplacedOnceItsReaderLetsGo) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Story, StoreTest, ::testing::ValuesIn(kStories),
-                         [](const ::testing::TestParamInfo<CrashStory>& info) {
-                           return std::string(info.param.name);
-                         });
+                         ::testing::PrintToStringParamName());
 
 }  // namespace
