@@ -110,10 +110,6 @@ TempDir::TempDir() {
 
 TempDir::~TempDir() { RemoveTree(m_path); }
 
-std::wstring TempDir::WidePath() const { return std::wstring(m_path.begin(), m_path.end()); }
-
-TestFolders::TestFolders(const std::string& root) : m_root(root) {}
-
 bool TestFolders::GetFolder(int csidl, std::wstring& path) {
   csidl &= ~CSIDL_FLAG_CREATE;
   if (m_fail || (csidl != CSIDL_COMMON_APPDATA && csidl != CSIDL_APPDATA)) return false;

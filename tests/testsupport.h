@@ -24,7 +24,7 @@ class TempDir {
   TempDir();
   ~TempDir();
   const std::string& Path() const { return m_path; }
-  std::wstring WidePath() const;
+  std::wstring WidePath() const { return std::wstring(m_path.begin(), m_path.end()); }
 
  private:
   std::string m_path;
@@ -32,7 +32,7 @@ class TempDir {
 
 class TestFolders final : public KyGuid::IFolders {
  public:
-  explicit TestFolders(const std::string& root);
+  explicit TestFolders(const std::string& root) : m_root(root) {}
   bool GetFolder(int csidl, std::wstring& path) override;
   // Folder queries fail from now on, as on a machine without a profile.
   void Fail() { m_fail = true; }
@@ -60,10 +60,10 @@ class FakeClock final : public KyGuidUtils::IClock {
 };
 
 // Fixture: fresh common and per-user application-data folders, a fixed
-// clock, an empty
-// simulated machine behind the hardware seam, and the substitute log module
-// (beside the executable) writing every level to a log file of this test;
-// the substitute reporting module, where present, writes to one of its own.
+// clock, an empty simulated machine behind the hardware seam, and the
+// substitute log module (beside the executable) writing every level to a log
+// file of this test; the substitute reporting module, where present, writes
+// to one of its own.
 class IsolatedTest : public ::testing::Test {
  protected:
   void SetUp() override;
