@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const bool swap = input.ConsumeBool();
   std::vector<uint8_t> buffer = input.ConsumeRemainingBytes<uint8_t>();
   std::string text = KyGuid::DecodeDescriptorString(buffer.empty() ? nullptr : buffer.data(),
-                                                     buffer.size(), offset, swap);
+                                                    buffer.size(), offset, swap);
   if (text.size() > buffer.size()) __builtin_trap();
   return 0;
 }

@@ -108,7 +108,8 @@ TEST_F(DllTest, ReadersSeeOnlyWrittenGuidsWhileProcessesUpdateOneAtATime) {
   }
   for (int i = 0; i < updaters; ++i) {
     // Half start on the other identity, so consecutive updates disagree.
-    children.push_back(std::make_unique<Child>("update " + ms + " " + journal + (i % 2 ? " ba" : " ab")));
+    children.push_back(
+        std::make_unique<Child>("update " + ms + " " + journal + (i % 2 ? " ba" : " ab")));
   }
   for (auto& child : children) {
     ASSERT_TRUE(child->Started());
@@ -164,8 +165,8 @@ std::string FirstMacText() {
 
 // Whether a whole record carrying `identity` is on disk, or no file at all:
 // the record in force ends with its Version, the legacy cache with config5.
-bool WholeOrAbsent(const std::string& path, const char* section, const char* key,
-                   const char* last, const std::string& identity) {
+bool WholeOrAbsent(const std::string& path, const char* section, const char* key, const char* last,
+                   const std::string& identity) {
   if (GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES) return true;
   return IniRead(path, section, key) == identity && !IniRead(path, section, last).empty();
 }
@@ -244,9 +245,11 @@ TEST_P(KillTest, UpdateKilledInsideItsRunNeverLosesTheIdentity) {
   }
   EXPECT_EQ(0, invalid);
   EXPECT_EQ(0, lost);
-  printf("kills (%s): %d inside the update's run (%d after Guid.db was deleted), %d too late "
-         "and not counted, %d recovery updates, %d identities lost, %d invalid values\n",
-         GetParam() ? "AdoptedGuid" : "HardwareGuid", landed, afterDeletion, tooLate, recoveries, lost, invalid);
+  printf(
+      "kills (%s): %d inside the update's run (%d after Guid.db was deleted), %d too late "
+      "and not counted, %d recovery updates, %d identities lost, %d invalid values\n",
+      GetParam() ? "AdoptedGuid" : "HardwareGuid", landed, afterDeletion, tooLate, recoveries, lost,
+      invalid);
 }
 
 INSTANTIATE_TEST_SUITE_P(Identity, KillTest, ::testing::Bool(),

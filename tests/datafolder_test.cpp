@@ -42,7 +42,8 @@ class FakeSecurity final : public KyGuid::ISecurity {
   bool Read(const std::wstring& path, bool, SecuritySnapshot& snapshot) override {
     const auto named = owners.find(KyGuid::WideToAnsi(path));
     snapshot = SecuritySnapshot{named == owners.end() ? kUs : named->second, true, {}, 1};
-    if (snapshot.owner == KyGuid::kAdministratorsSid) snapshot.dacl.push_back({true, false, 6, "S-1-5-32-545"});
+    if (snapshot.owner == KyGuid::kAdministratorsSid)
+      snapshot.dacl.push_back({true, false, 6, "S-1-5-32-545"});
     return true;
   }
   bool Protect(const std::wstring& path, void* descriptor) override {

@@ -55,21 +55,20 @@ struct Case {
 };
 
 using Save = UpdatePlan::Save;
+constexpr Save kNone = Save::kNothing, kBuild = Save::kBuild, kOld = Save::kBuildWithReplaced;
+constexpr int kSame = kResultReplacedSameVersion, kOther = kResultReplacedOtherVersion;
+constexpr char kDeskKey[] = "PID:{ST1000DM010}SN:{Z9A1B2C3}";
+constexpr char kVboxKey[] = "PID:{VBOX HARDDISK}SN:{VB01}";
+
 const Case kCases[] = {
-    {"Kept", "PID:{ST1000DM010}SN:{Z9A1B2C3}", 3, 2, {kDesk}, {kPciNic}, kResultKept, 3, 0,
-     Save::kNothing, 0},
-    {"FirstBuild", nullptr, 0, 0, {kDesk, kSecond}, {kPciNic}, kResultFirstBuilt, 0, 0,
-     Save::kBuild, 0},
-    {"RingRestartsAfterTheLargestIndex", "gone", INT_MAX, 2, {kDesk}, {kUsbNic},
-     kResultReplacedSameVersion, 0, 3, Save::kBuildWithReplaced, 0},
-    {"NegativeIndexCountsOn", "gone", -5, 2, {kDesk}, {kUsbNic}, kResultReplacedSameVersion, -4,
-     3, Save::kBuildWithReplaced, 0},
-    {"EarlierVersionReplaced", "gone", 4, 1, {kDesk}, {kUsbNic}, kResultReplacedOtherVersion, 5, 3,
-     Save::kBuildWithReplaced, 0},
-    {"BadDiskStaysAdapterGoneAsksWmiOnce", "PID:{VBOX HARDDISK}SN:{VB01}", 0, 2, {kVirtual},
-     {kUsbNic}, kResultReplacedSameVersion, 1, kReasonAdapterLost, Save::kBuildWithReplaced, 1},
-    {"NoHardwareKeepsTheGuidInForce", "gone", 0, 2, {}, {}, kResultKept, 0, 0, Save::kNothing, 0},
-    {"NoHardwareNoGuid", nullptr, 0, 0, {}, {}, kResultBuildFailed, 0, 0, Save::kNothing, 0},
+    {"Kept", kDeskKey, 3, 2, {kDesk}, {kPciNic}, kResultKept, 3, 0, kNone, 0},
+    {"FirstBuild", nullptr, 0, 0, {kDesk, kSecond}, {kPciNic}, kResultFirstBuilt, 0, 0, kBuild, 0},
+    {"RingRestartsAtIntMax", "gone", INT_MAX, 2, {kDesk}, {kUsbNic}, kSame, 0, 3, kOld, 0},
+    {"NegativeIndexCountsOn", "gone", -5, 2, {kDesk}, {kUsbNic}, kSame, -4, 3, kOld, 0},
+    {"EarlierVersionReplaced", "gone", 4, 1, {kDesk}, {kUsbNic}, kOther, 5, 3, kOld, 0},
+    {"BadDiskAdapterGoneAsksWmi", kVboxKey, 0, 2, {kVirtual}, {kUsbNic}, kSame, 1, 2, kOld, 1},
+    {"NoHardwareKeepsTheGuidInForce", "gone", 0, 2, {}, {}, kResultKept, 0, 0, kNone, 0},
+    {"NoHardwareNoGuid", nullptr, 0, 0, {}, {}, kResultBuildFailed, 0, 0, kNone, 0},
 };
 
 void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
@@ -116,23 +115,25 @@ INSTANTIATE_TEST_SUITE_P(Decision, DecisionTest, ::testing::ValuesIn(kCases),
 // An ancient GUID bound by its legacy values: the MAC's digest, the disk
 // digest of a present disk or of a drive only the legacy reads see.
 TEST(DecisionAncientTest, BindingAndWhatTheAdoptedRecordCarries) {
+  constexpr int kAdopted = kResultAncientAdopted;
+  const std::string kMacDigest = KyGuidUtils::Md5Hex("001122aabbcc");
+  const std::string kDeskDigest = CalcDiskGuid("ST1000DM010", "R1", "Z9A1B2C3");
+  const std::string kOldDigest = CalcDiskGuid("  OLD", "R1", "  W1");
+  constexpr char kSecondKeys[] = "PID:{WD10EZEX}SN:{WCC6}Mac:{001122aabbcc}";
   struct {
     std::string mac, disk;
     std::vector<DiskInfo> disks;
     int result, reason;
     const char* keys;
   } const cases[] = {
-      {KyGuidUtils::Md5Hex("001122aabbcc"), "none", {kDesk}, kResultAncientAdopted,
-       kReasonDiskLost, kDeskKeys},
-      {"none", CalcDiskGuid("ST1000DM010", "R1", "Z9A1B2C3"), {kDesk}, kResultAncientAdopted,
-       kReasonAdapterLost, kDeskKeys},
-      {"none", CalcDiskGuid("  OLD", "R1", "  W1"), {kDesk, kSecond}, kResultAncientAdopted,
-       kReasonAdapterLost, "PID:{WD10EZEX}SN:{WCC6}Mac:{001122aabbcc}"},
+      {kMacDigest, "none", {kDesk}, kAdopted, kReasonDiskLost, kDeskKeys},
+      {"none", kDeskDigest, {kDesk}, kAdopted, kReasonAdapterLost, kDeskKeys},
+      {"none", kOldDigest, {kDesk, kSecond}, kAdopted, kReasonAdapterLost, kSecondKeys},
       // A drive the legacy reads bind but no present disk is: the best one
       // stands in, the half counts as lost, and yet the GUID is adopted.
-      {"none", CalcDiskGuid("  OLD", "R1", "  W1"), {kDesk}, kResultAncientAdopted, 3, kDeskKeys},
+      {"none", kOldDigest, {kDesk}, kAdopted, 3, kDeskKeys},
       {"none", "none", {kDesk}, kResultReplacedOtherVersion, 3, kDeskKeys},
-      {"none", "none", {}, kResultAncientAdopted, 3, "noneMac:{001122aabbcc}"},
+      {"none", "none", {}, kAdopted, 3, "noneMac:{001122aabbcc}"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.keys);

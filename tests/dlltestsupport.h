@@ -4,7 +4,6 @@
 #pragma once
 
 #include <windows.h>
-
 #include <gtest/gtest.h>
 
 #include <string>
@@ -17,7 +16,7 @@ std::string ExecutableDir();
 std::string MachineProfileDir();  // C:\ProgramData\Corvane\Greibraske of the Wine prefix
 std::string UserProfileDir();     // its per-user counterpart under AppData\Roaming
 std::string TempPath(const std::string& name);  // `name` in the temp folder
-void WipeMachineProfile();        // empties these, and the legacy Global.db's folder
+void WipeMachineProfile();                      // empties these, and the legacy Global.db's folder
 
 struct ProcessResult {
   DWORD exitCode = 0xFFFFFFFF;

@@ -1,9 +1,9 @@
 // The structured exception guard, in-process: what it hands to the decision,
 // that a handled fault comes back as false with the caller's state intact,
 // and that a declined fault reaches the next handler up the stack.
-#include <gtest/gtest.h>
-
 #include "common/faultguard.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

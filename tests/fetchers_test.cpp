@@ -70,8 +70,7 @@ TEST_F(FetcherTest, DiskFetcherCleansFallsBackToSmartMarksSystemDisksAndLogsEach
                    "INFO " + smart + "SMART fetch disk, PID=ST500, Rev=KC45, SN=W3T1",
                    "WARN " + smart + "Disk[4] SMART_GET_VERSION failed: 1",
                    "WARN " + smart + "Disk[5] SMART_RCV_DRIVE_DATA failed: too less data, len=527",
-                   fetch + "4 Disks",
-                   on + "Disk[3]", on + "Disk[4]",
+                   fetch + "4 Disks", on + "Disk[3]", on + "Disk[4]",
                    fetch + "Disk[0]=> Model[Samsung SSD], Revision[FW1], SN[ZJ], Vendor[ATA], "
                            "Bus[7], RemoveMedia[YES], System[NO], Score[45]",
                    fetch + "Disk[3]=> Model[ST500], Revision[KC45], SN[W3T1], Vendor[ATA], "

@@ -28,13 +28,17 @@ std::string HostileNumbers() {
                      "\r\nCreateIndex=2147483647\r\nCreateTime=-5\r\nScore=99999999999999999999\r\n"
                      "Reason=-2147483648\r\nVersion=4294967295\r\n";
   for (int n = -1; n < 5; ++n) {
-    text += "[Build" + std::to_string(n) + "]\r\nAdapterCount=4294967295\r\nDiskCount=-5\r\n"
+    text += "[Build" + std::to_string(n) +
+            "]\r\nAdapterCount=4294967295\r\nDiskCount=-5\r\n"
             "Adapter0=\r\nDisk0=PID:{\r\nCreateIndex=-2147483648\r\n";
   }
-  text += "[Profile]\r\nconfig1=-5\r\nconfig2=4294967295\r\nconfig3=\r\nCount=-5\r\n"
-          "[HDD]\r\nSerialNumber=" + std::string(300, 'Z') + "\r\nCount=4294967295\r\n"
-          "[GuidList]\r\nCount=-5\r\nIndex=2147483647\r\n"
-          "[Report]\r\nCount=4294967295\r\nupdate_result=-5\r\ncount=99999999999999999999\r\n";
+  text +=
+      "[Profile]\r\nconfig1=-5\r\nconfig2=4294967295\r\nconfig3=\r\nCount=-5\r\n"
+      "[HDD]\r\nSerialNumber=" +
+      std::string(300, 'Z') +
+      "\r\nCount=4294967295\r\n"
+      "[GuidList]\r\nCount=-5\r\nIndex=2147483647\r\n"
+      "[Report]\r\nCount=4294967295\r\nupdate_result=-5\r\ncount=99999999999999999999\r\n";
   return text;
 }
 
@@ -72,14 +76,18 @@ std::vector<Variant> Variants() {
        [] { return std::string("[ActiveGuid]\r\nGu\0id=", 20) + kCarriedGuid + "\r\n"; }},
       {"a line of a megabyte",
        [] { return "[ActiveGuid]\r\nGuid=" + std::string(1 << 20, 'a') + "\r\n"; }},
-      {"a section name of a megabyte", [] { return "[" + std::string(1 << 20, 'B') + "]\r\nx=1\r\n"; }},
+      {"a section name of a megabyte",
+       [] { return "[" + std::string(1 << 20, 'B') + "]\r\nx=1\r\n"; }},
       {"no sections", [] { return std::string("Guid=") + kCarriedGuid + "\r\nCreateIndex=3\r\n"; }},
       {"empty", [] { return std::string(); }},
       {"overflowing and negative numbers", &HostileNumbers},
       {"UTF-16 text", [good] { return Utf16(good + HostileNumbers()); }},
       {"a GUID one digit short and one too long",
-       [] { return std::string("[ActiveGuid]\r\nGuid=0123456789abcdef0123456789abcde\r\n"
-                               "[ActiveGuid]\r\nGuid=0123456789abcdef0123456789abcdef0\r\n"); }},
+       [] {
+         return std::string(
+             "[ActiveGuid]\r\nGuid=0123456789abcdef0123456789abcde\r\n"
+             "[ActiveGuid]\r\nGuid=0123456789abcdef0123456789abcdef0\r\n");
+       }},
       {"read-only", [good] { return good; }, true},
       {"a folder", nullptr, false, true},
   };
@@ -163,8 +171,8 @@ struct HostileFilesTest : DllTest {
     }
   }
 
-  static constexpr const char* kFiles[] = {"Guid.db",    "GlobalMgr.db", "GuidReport.dat",
-                                           "HDD.db",     "GuidList.db",  "GuidInfo.db",
+  static constexpr const char* kFiles[] = {"Guid.db",  "GlobalMgr.db", "GuidReport.dat",
+                                           "HDD.db",   "GuidList.db",  "GuidInfo.db",
                                            "Global.db"};
   int m_touches = 0;
 };

@@ -152,7 +152,7 @@ TEST(FindDiskByKeyTest, ExactKeyThenSerialAloneButNeverAnAnonymousSpareDisk) {
   EXPECT_EQ(-1, FindDiskByKey({disks[0]}, "PID:{}SN:{}"));
 }
 
-TEST(Md5Test, KnownDigestsAndTheEarlierSchemesDiskGuid) {
+TEST(Md5Test, KnownDigestsAndTheLegacySchemesDiskGuid) {
   std::string allBytes;
   for (int i = 0; i < 256; ++i) allBytes.push_back(static_cast<char>(i));
   EXPECT_EQ(KyGuidUtils::Md5Hex(nullptr, 0), "d41d8cd98f00b204e9800998ecf8427e");
@@ -188,25 +188,39 @@ TEST(FolderTrustTest, OnlyTrustedPrincipalsMayOwnOrChangeAFolder) {
     bool trustedFile;
   } cases[] = {
       {"the protected folder the library makes",
-       {kAdministratorsSid, true, {system, admins, Allow(kUsers, kReadExecute)}}, true, true},
+       {kAdministratorsSid, true, {system, admins, Allow(kUsers, kReadExecute)}},
+       true,
+       true},
       {"ProgramData's inherited default: Users may add files and folders",
-       {kAdministratorsSid, true,
+       {kAdministratorsSid,
+        true,
         {system, admins, Allow(kCreatorOwner, 0x10000000, true), Allow(kUsers, kReadExecute),
          Allow(kUsers, kAddFileAndFolder)}},
-       false, true},
+       false,
+       true},
       {"squatted: a standard user made it first",
-       {kUser, true, {system, admins, Allow(kUser, kFullControl)}}, false, false},
+       {kUser, true, {system, admins, Allow(kUser, kFullControl)}},
+       false,
+       false},
       {"ours, but Everyone may delete from it",
-       {kUs, true, {Allow(kUs, kFullControl), Allow(kEveryone, 0x40)}}, false, true},
+       {kUs, true, {Allow(kUs, kFullControl), Allow(kEveryone, 0x40)}},
+       false,
+       true},
       {"ours, and Users may only change its permissions",
-       {kUs, true, {Allow(kUs, kFullControl), Allow(kUsers, 0x40000)}}, false, true},
+       {kUs, true, {Allow(kUs, kFullControl), Allow(kUsers, 0x40000)}},
+       false,
+       true},
       {"a NULL DACL lets everyone do everything", {kUs, false, {}}, false, true},
       {"Wine's: the account, SYSTEM, Everyone read and execute",
-       {kUs, true, {system, Allow(kUs, kFullControl), Allow(kEveryone, kReadExecute)}}, true, true},
+       {kUs, true, {system, Allow(kUs, kFullControl), Allow(kEveryone, kReadExecute)}},
+       true,
+       true},
       {"a standard user denied, and full control inherited only by what is made inside",
-       {"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464", true,
+       {"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464",
+        true,
         {AccessEntry{false, false, kFullControl, kUser}, Allow(kEveryone, kFullControl, true)}},
-       true, true},
+       true,
+       true},
       {"no owner could be read", {"", true, {system}}, false, false},
   };
   for (const auto& c : cases) {

@@ -19,9 +19,9 @@ TEST_F(DllTest, NothingIsWrittenThroughALinkAStandardUserPlanted) {
   const std::string profile = KyGuidTest::MachineProfileDir();
   const std::string vendor = Parent(profile);
   const struct {
-    std::string link;    // made a link to `target`
+    std::string link;  // made a link to `target`
     std::string target;
-    int logged;          // 0: Wine does not show a link at a file's name
+    int logged;  // 0: Wine does not show a link at a file's name
   } plants[] = {
       {vendor, "C:\\windows\\system32", 1},
       {profile, kSquat, 1},
@@ -51,8 +51,8 @@ TEST_F(DllTest, NothingIsWrittenThroughALinkAStandardUserPlanted) {
   // A second name of a file elsewhere is refused: through it the update
   // would put that file's bytes into one every user reads.
   KyGuidTest::MakeDirs(profile);
-  ASSERT_TRUE(CreateHardLinkA((profile + "\\Guid.db").c_str(), (kSquat + "\\victim.db").c_str(),
-                              nullptr));
+  ASSERT_TRUE(
+      CreateHardLinkA((profile + "\\Guid.db").c_str(), (kSquat + "\\victim.db").c_str(), nullptr));
   Updater()->UpdateNow();
   EXPECT_EQ("the user's own bytes", KyGuidTest::ReadWholeFile(kSquat + "\\victim.db"));
   EXPECT_EQ(1, CountLog("File has 2 links, save nothing: " + profile + "\\Guid.db"));

@@ -1,10 +1,10 @@
 // The what-if machine file: the line an engineer is sent to when it is wrong.
 // What a good file turns into shows in kyguid inventory (kyguidcli_test.cpp).
+#include "tools/simmachine/machinefile.h"
+
 #include <gtest/gtest.h>
 
 #include <tuple>
-
-#include "tools/simmachine/machinefile.h"
 
 namespace {
 

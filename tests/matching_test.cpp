@@ -181,7 +181,7 @@ TEST_P(MatchingScenarioTest, OutcomeOfTheChange) {
 INSTANTIATE_TEST_SUITE_P(Changes, MatchingScenarioTest, ::testing::ValuesIn(kScenarios),
                          ::testing::PrintToStringParamName());
 
-// An earlier scheme's GUID in GlobalMgr.db and no Guid.db: to which present
+// A legacy scheme's GUID in GlobalMgr.db and no Guid.db: to which present
 // device the ancient values (MD5 of the MAC text; of serial, model and
 // revision run together) bind, and what the first update makes of it.
 constexpr char kAncient[] = "feedfacefeedfacefeedfacefeedface";
@@ -197,8 +197,8 @@ struct AncientCase {
   std::string config1, config2, config3;  // id, MAC value, disk value
   const char* folder;  // GlobalMgr.db in "common" or "user"; "hdd": common, with HDD.db
   int result;
-  int reason;          // of the record in force afterwards
-  const char* keys;    // its disk and adapter keys
+  int reason;           // of the record in force afterwards
+  const char* keys;     // its disk and adapter keys
   std::string message;  // logged once
 };
 
@@ -208,7 +208,7 @@ const AncientCase kAncientCases[] = {
      "Deepmatch find adapter[001122aabbcc]-->Guid[" + kDeskMacValue + "]"},
     {"PerUserFileServesWhenTheCommonOneIsMissing", Desk, kAncient, kDeskMacValue, "", "user",
      kAdopted, kDiskLost, kDeskKeys, "LoadAncientGuidInfo failed: "},
-    // The earlier scheme hashed the IDENTIFY strings with their leading
+    // The legacy scheme hashed the IDENTIFY strings with their leading
     // blanks; only its own device reads reproduce the value.
     {"BoundThroughALegacyDeviceReadThatKeepsLeadingBlanks",
      [](Machine& m) {
@@ -223,8 +223,8 @@ const AncientCase kAncientCases[] = {
     {"BoundThroughTheRandomIdentityKeptInHddDb", Desk, kAncient, "unknown mac",
      KyGuidUtils::Md5Hex("Rand_SerialXyzRand_ModelAbcRand_RevQq"), "hdd", kAdopted, kAdapterLost,
      kDeskKeys, kAdoptedLine},
-    {"Config1OfThirtyThreeDigitsIsNoAncientGuid", Desk, std::string(kAncient) + "0",
-     kDeskMacValue, "", "common", KyGuid::kResultFirstBuilt, 0, kDeskKeys,
+    {"Config1OfThirtyThreeDigitsIsNoAncientGuid", Desk, std::string(kAncient) + "0", kDeskMacValue,
+     "", "common", KyGuid::kResultFirstBuilt, 0, kDeskKeys,
      "Load ancient guid info failed, now try build new guid"},
 };
 
@@ -240,9 +240,11 @@ TEST_P(AncientBindingTest, FirstUpdateOutcome) {
   const std::string folder = std::string(c.folder) == "user" ? user : ProfileDir();
   KyGuidTest::MakeDirs(folder);
   KyGuidTest::WriteWholeFile(folder + "\\GlobalMgr.db", "[Profile]\r\nconfig1=" + c.config1 +
-                             "\r\nconfig2=" + c.config2 + "\r\nconfig3=" + c.config3 + "\r\n");
+                                                            "\r\nconfig2=" + c.config2 +
+                                                            "\r\nconfig3=" + c.config3 + "\r\n");
   if (std::string(c.folder) == "hdd") {
-    KyGuidTest::WriteWholeFile(folder + "\\HDD.db", "[HDD]\r\nSerialNumber=Rand_SerialXyz\r\n"
+    KyGuidTest::WriteWholeFile(folder + "\\HDD.db",
+                               "[HDD]\r\nSerialNumber=Rand_SerialXyz\r\n"
                                "ModelNumber=Rand_ModelAbc\r\nRevisionNumber=Rand_RevQq\r\n");
   }
   EXPECT_EQ(c.result, CGuidBuilder().UpdateNewGuid());

@@ -35,12 +35,13 @@ TEST_F(ProfileTest, LoadTakesOnlyAGuidAndCleansWhatOlderBuildsLeft) {
   EXPECT_EQ("", r.Guid + r.DiskKey);
   IniWrite(path, "ActiveGuid", "Guid", "0123456789ABCDEF0123456789abcdef");
   ASSERT_TRUE(profile.LoadGuidInfo(r));
-  EXPECT_EQ("0123456789ABCDEF0123456789abcdef|PID:{ST500}SN:{123}|PID:{ST500 }VID:{ATA}Rev:{ A1}"
-            "SN:{1}|Mac:{ 00}",
-            r.Guid + "|" + r.DiskKey + "|" + r.DiskDetail + "|" + r.AdapterKey);
-  EXPECT_EQ((std::vector<int>{5, -1, 1700000000, 77, 2, 1}),
-            (std::vector<int>{r.DiskIndex, r.CreateIndex, r.CreateTime, r.Score, r.Reason,
-                              r.Version}));
+  EXPECT_EQ(
+      "0123456789ABCDEF0123456789abcdef|PID:{ST500}SN:{123}|PID:{ST500 }VID:{ATA}Rev:{ A1}"
+      "SN:{1}|Mac:{ 00}",
+      r.Guid + "|" + r.DiskKey + "|" + r.DiskDetail + "|" + r.AdapterKey);
+  EXPECT_EQ(
+      (std::vector<int>{5, -1, 1700000000, 77, 2, 1}),
+      (std::vector<int>{r.DiskIndex, r.CreateIndex, r.CreateTime, r.Score, r.Reason, r.Version}));
 }
 
 // Five sections back from the active one, newest first; none below Build0.

@@ -1,11 +1,11 @@
 // A suite developer's first client, built against the installed SDK alone:
 // the client header first, so that it shows it needs nothing before it.
-#include "kyguidapi.h"
-
 #include <windows.h>
 
 #include <cstdio>
 #include <cwchar>
+
+#include "kyguidapi.h"
 
 int main() {
   wchar_t path[MAX_PATH] = {};

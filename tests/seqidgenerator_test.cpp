@@ -1,10 +1,11 @@
 // The legacy scheme's sequence id: when the cache in GlobalMgr.db is kept or
 // recomputed, its backup, the change list in GuidList.db, and the Global.db id
 // of a machine without a MAC (the builder's golden files show a first update).
+#include "kyguidlib/td/seqidgenerator.h"
+
 #include <map>
 
 #include "common/md5.h"
-#include "kyguidlib/td/seqidgenerator.h"
 #include "tests/testsupport.h"
 
 namespace {
@@ -117,8 +118,8 @@ TEST_F(SeqIdTest, CacheIsKeptOrRecomputedAsTheHardwareChanged) {
     EXPECT_TRUE(row.id == kCachedId || info.find(row.id) != info.npos) << row.what;
   }
   // Support tools parse this line as it is: one placeholder, the MAC digest.
-  EXPECT_EQ(1, CountLog("commondata IsFoundMac tFileCpuidMd5=" + m +
-                        ", IsFoundHd tFilePhyDriverMd5"));
+  EXPECT_EQ(1,
+            CountLog("commondata IsFoundMac tFileCpuidMd5=" + m + ", IsFoundHd tFilePhyDriverMd5"));
   // The stuck monitor sees every method of the history files enter and leave
   // under the name support knows it by.
   SetEnvironmentVariableA("KYSTUCK_FILE", nullptr);
@@ -127,15 +128,15 @@ TEST_F(SeqIdTest, CacheIsKeptOrRecomputedAsTheHardwareChanged) {
     const bool enter = line.rfind("enter ", 0) == 0, leave = line.rfind("leave ", 0) == 0;
     inside[line.substr(6)] += enter ? 1 : leave ? -1 : 100;  // any other line fails
   }
-  for (const char* name : {"SetPath", "ResetGuidInfo", "ResetHddCpu", "RecordMacList",
-                           "RecordHDList", "RecordCpu", "RecordGuidList", "SaveGuidList",
-                           "SaveMacList", "SaveHDList", "SaveCpu", "SaveToFileHWList", "IsFoundMac",
-                           "IsFoundHd", "CreateGuidInfoFile"}) {
+  for (const char* name :
+       {"SetPath", "ResetGuidInfo", "ResetHddCpu", "RecordMacList", "RecordHDList", "RecordCpu",
+        "RecordGuidList", "SaveGuidList", "SaveMacList", "SaveHDList", "SaveCpu",
+        "SaveToFileHWList", "IsFoundMac", "IsFoundHd", "CreateGuidInfoFile"}) {
     expected[std::string("CGuidInfo::") + name] = 0;
   }
-  for (const char* name : {"SetPath", "IsFileOk", "CreateGuidListFile", "ResetGuidList",
-                           "SetOldGuid", "SetCurGuid", "SaveToGuidListFile", "SetGuidChangeFlage",
-                           "ReadFileCurGuid"}) {
+  for (const char* name :
+       {"SetPath", "IsFileOk", "CreateGuidListFile", "ResetGuidList", "SetOldGuid", "SetCurGuid",
+        "SaveToGuidListFile", "SetGuidChangeFlage", "ReadFileCurGuid"}) {
     expected[std::string("CGuidList::") + name] = 0;
   }
   EXPECT_EQ(expected, inside);
@@ -151,7 +152,7 @@ TEST_F(SeqIdTest, BackupAndChangeListFollowTheHardwareChanges) {
   WriteWholeFile(Cache(), found);
   const std::string first = Run({kMacA}, {kDrvA}, kCpuA);
   EXPECT_EQ(CacheText(first, m, d, cA) + tail, ReadWholeFile(Cache()));
-  EXPECT_EQ(found, ReadWholeFile(Backup()));  // the first rewrite always leaves one
+  EXPECT_EQ(found, ReadWholeFile(Backup()));         // the first rewrite always leaves one
   for (const std::string* cpu : {&kCpuB, &kCpuA}) {  // rewritten, same id: the backup stays
     m_clock.now += 100;
     EXPECT_EQ(first, Run({kMacA}, {kDrvA}, *cpu));
@@ -165,8 +166,8 @@ TEST_F(SeqIdTest, BackupAndChangeListFollowTheHardwareChanges) {
 
   auto record = [](const std::string& section, const std::string& id, const std::string& mac,
                    const std::string& hd, const std::string& cpu, int64_t time) {
-    return "[" + section + "]\r\nGuid=" + id + "\r\nMac=" + mac + "\r\nHd=" + hd + "\r\nCpu=" +
-           cpu + "\r\nChangeType=0\r\nTime=" + std::to_string(time) + "\r\n";
+    return "[" + section + "]\r\nGuid=" + id + "\r\nMac=" + mac + "\r\nHd=" + hd +
+           "\r\nCpu=" + cpu + "\r\nChangeType=0\r\nTime=" + std::to_string(time) + "\r\n";
   };
   const int64_t t = KyGuidTest::kTestTime;
   EXPECT_EQ(record("CurGuid", second, Md5Hex(kB), Md5Hex(kDB), cA, t + 300) +

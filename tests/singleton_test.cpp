@@ -1,7 +1,6 @@
 // The lazy singleton, on a test object so that construction can be counted
 // and slowed down (the IUnknown rules are the DLL's tests').
 #include <windows.h>
-
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -12,7 +11,8 @@
 namespace {
 
 // {0B5D1C1E-5A8B-4E0F-9D3C-0123456789AB}
-constexpr IID kTestIid = {0x0B5D1C1E, 0x5A8B, 0x4E0F, {0x9D, 0x3C, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB}};
+constexpr IID kTestIid = {
+    0x0B5D1C1E, 0x5A8B, 0x4E0F, {0x9D, 0x3C, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB}};
 
 std::atomic<int> g_constructions{0};
 

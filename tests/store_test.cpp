@@ -84,7 +84,7 @@ struct CrashStory {
 void PrintTo(const CrashStory& story, std::ostream* out) { *out << story.name; }
 
 class StoreTest : public KyGuidTest::IsolatedTest,
-                       public ::testing::WithParamInterface<CrashStory> {
+                  public ::testing::WithParamInterface<CrashStory> {
  public:
   int Update(Caller caller = Caller::kSynchronous) {
     KyMacID::CHddFetcher::RestartRandom();
@@ -104,7 +104,8 @@ class StoreTest : public KyGuidTest::IsolatedTest,
   void UseAncientMachine() {
     m_machine = SimulatedMachine();
     m_machine.AddDrive(0).descriptor = SimulatedMachine::Descriptor("", "", "", "", 1, false);
-    m_machine.AddAdapter("{NIC}", "Ethernet", {0, 0x11, 0x22, 0xAA, 0xBB, 0xCC}).pnpId = "PCI\\8086";
+    m_machine.AddAdapter("{NIC}", "Ethernet", {0, 0x11, 0x22, 0xAA, 0xBB, 0xCC}).pnpId =
+        "PCI\\8086";
     KyGuidTest::MakeDirs(ProfileDir());
     KyGuidTest::IniWrite(Cache("GlobalMgr.db"), "Profile", "config1",
                          "0123456789abcdef0123456789abcdef");
@@ -124,7 +125,8 @@ class StoreTest : public KyGuidTest::IsolatedTest,
   Files Snapshot() {
     Files files;
     for (const std::string folder : {"common", "user"}) {
-      for (auto& file : KyGuidTest::ReadTree(Full(folder))) files[folder + "\\" + file.first] = file.second;
+      for (auto& file : KyGuidTest::ReadTree(Full(folder)))
+        files[folder + "\\" + file.first] = file.second;
     }
     return files;
   }
@@ -158,7 +160,7 @@ const CrashStory kStories[] = {
     {"ReportCache", Caller::kSynchronous,
      [](StoreTest& t) {
        t.AfterAFirstBuild("WD-WCC6Y0000001", 0x5E, 'A');
-       KyGuidTest::IniWrite(t.Cache("GuidReport.dat"), "Desc", "Count", "7");  // a full ring
+       KyGuidTest::IniWrite(t.Cache("GuidReport.dat"), "Desc", "Count", "7");   // a full ring
        KyGuidTest::IniWrite(t.Cache("Guid.db"), "RandGuid", nullptr, nullptr);  // made anew
      }},
 };
@@ -196,8 +198,8 @@ TEST_P(StoreTest, EveryCrashPointLeavesWholeFilesAndTheIdentity) {
   }
 
   for (int allowed = 0; allowed < count.Seen(); ++allowed) {
-    SCOPED_TRACE("crash after " + std::to_string(allowed) + " of " +
-                 std::to_string(count.Seen()) + " changes");
+    SCOPED_TRACE("crash after " + std::to_string(allowed) + " of " + std::to_string(count.Seen()) +
+                 " changes");
     Restore(before);
     CrashGate crash(allowed);
     {
@@ -206,7 +208,8 @@ TEST_P(StoreTest, EveryCrashPointLeavesWholeFilesAndTheIdentity) {
     }
     for (const auto& file : View()) {
       EXPECT_EQ(1u, committed[file.first].count(file.second))
-          << file.first << " holds bytes no commit gave it:\n" << file.second;
+          << file.first << " holds bytes no commit gave it:\n"
+          << file.second;
     }
     const std::string record = RecordInForce(Snapshot());
     EXPECT_TRUE(record == RecordInForce(before) || record == RecordInForce(after)) << record;

@@ -35,12 +35,13 @@ using KyGuidSim::SimulatedMachine;
 SimulatedMachine* MakeMachine(char identity) {
   auto* machine = new SimulatedMachine();
   const bool a = identity == 'a';
-  machine->AddDrive(0).descriptor = SimulatedMachine::Descriptor(
-      "", a ? "ST1000DM010" : "WDC WD20EZRZ", "CC43", a ? "Z9A1B2C3" : "WD-WCC4M0000001", 11,
-      false);
-  machine->AddAdapter(a ? "{NIC-A}" : "{NIC-B}", a ? "Ethernet A" : "Ethernet B",
-                      a ? std::vector<uint8_t>{0x00, 0x11, 0x22, 0xAA, 0xBB, 0xCC}
-                        : std::vector<uint8_t>{0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E})
+  machine->AddDrive(0).descriptor =
+      SimulatedMachine::Descriptor("", a ? "ST1000DM010" : "WDC WD20EZRZ", "CC43",
+                                   a ? "Z9A1B2C3" : "WD-WCC4M0000001", 11, false);
+  machine
+      ->AddAdapter(a ? "{NIC-A}" : "{NIC-B}", a ? "Ethernet A" : "Ethernet B",
+                   a ? std::vector<uint8_t>{0x00, 0x11, 0x22, 0xAA, 0xBB, 0xCC}
+                     : std::vector<uint8_t>{0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E})
       .pnpId = "PCI\\VEN_8086";
   return machine;
 }

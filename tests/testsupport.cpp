@@ -54,7 +54,8 @@ bool OnTheHost(const std::string& command, const std::vector<std::string>& paths
 
 bool MakeLink(const std::string& link, const std::string& target) {
   const bool folder = GetFileAttributesA(target.c_str()) & FILE_ATTRIBUTE_DIRECTORY;
-  if (CreateSymbolicLinkA(link.c_str(), target.c_str(), folder ? SYMBOLIC_LINK_FLAG_DIRECTORY : 0) &&
+  if (CreateSymbolicLinkA(link.c_str(), target.c_str(),
+                          folder ? SYMBOLIC_LINK_FLAG_DIRECTORY : 0) &&
       IsLink(link)) {
     return true;
   }
@@ -102,8 +103,8 @@ TempDir::TempDir() {
   char base[MAX_PATH] = {};
   GetTempPathA(MAX_PATH, base);
   char name[MAX_PATH];
-  snprintf(name, sizeof(name), "%skyguid-test-%lu-%d-%lu", base, GetCurrentProcessId(),
-           counter++, GetTickCount());
+  snprintf(name, sizeof(name), "%skyguid-test-%lu-%d-%lu", base, GetCurrentProcessId(), counter++,
+           GetTickCount());
   m_path = name;
   MakeDirs(m_path);
 }

@@ -7,7 +7,7 @@ set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$root"
 
-packages=(cmake make g++-mingw-w64-x86-64 wine64 googletest clang libssl-dev)
+packages=(cmake make g++-mingw-w64-x86-64 wine64 googletest clang clang-format libssl-dev)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" ||

@@ -6,6 +6,9 @@ root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$root"
 tools/setup.sh
 
+echo "== every source as the project's .clang-format lays it out"
+git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
+
 echo "== pure code, native, with sanitizers"
 (cd build-native && ctest -j"$(nproc)" --output-on-failure --no-tests=error)
 
