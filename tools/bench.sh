@@ -3,9 +3,9 @@
 # prefix; the figures also go to build/bench/results.json.
 #   tools/bench.sh                   the whole benchmark
 #   tools/bench.sh --baseline REV    the updates of this tree and of REV side
-#                                    by side: this tree's benchmark is built
-#                                    against REV's library too, and the two
-#                                    run in turn, five times each
+#                                    by side, each built against its own
+#                                    library (REV's benchmark when it has the
+#                                    updates mode), run in turn, five times each
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 "$root/tools/setup.sh"
@@ -18,7 +18,11 @@ base="$root/build-bench-base"
 rm -rf "$base"
 git -C "$root" worktree add --detach --force "$base/src" "$revision" >/dev/null
 trap 'git -C "$root" worktree remove --force "$base/src"' EXIT
-rm -rf "$base/src/bench" && cp -r "$root/bench" "$base/src/bench"
+# REV's own benchmark when it can measure updates alone, since this tree's
+# may need what REV's library does not have yet; else this tree's.
+if ! grep -q -- '"--updates"' "$base/src/bench/kyguidbench.cpp" 2>/dev/null; then
+  rm -rf "$base/src/bench" && cp -r "$root/bench" "$base/src/bench"
+fi
 cmake -S "$base/src" -B "$base/build" -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake \
   -DBUILD_TESTING=OFF >/dev/null
 cmake --build "$base/build" -j"$(nproc)" --target kyguidbench >/dev/null
