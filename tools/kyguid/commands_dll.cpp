@@ -115,7 +115,7 @@ int BuildThroughLibrary(std::string& guid) {
 }
 
 // The same for a simulated machine, through the core linked into the tool:
-// the same builder the DLL runs, with saving off.
+// the same decision the DLL runs, saving nothing.
 int BuildOnMachine(const std::string& machineFile, std::string& guid) {
   WhatIfMachine machine;
   if (!machine.Install(machineFile)) return kExitBadMachineFile;

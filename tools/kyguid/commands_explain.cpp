@@ -1,5 +1,5 @@
-// explain: a dry run of the update decision. It runs the builder's own code
-// with saving off and reports what the builder decided and why; nothing here
+// explain: a dry run of the update decision. It runs the update's own
+// decision, saves nothing, and reports what was decided and why; nothing here
 // decides anything itself.
 #include <cstdio>
 

@@ -68,7 +68,7 @@ const Command kCommands[] = {
      &InventoryCommand},
     {"explain", true, false,
      "usage: kyguid explain [--machine FILE] [--json]\n"
-     "runs the update decision with saving off and prints the record in force, the\n"
+     "runs the update decision, saving nothing, and prints the record in force, the\n"
      "disk and adapter it is bound to, the matching table's row and whether the GUID\n"
      "would be kept, adopted or rebuilt. With --machine, the hardware is the\n"
      "simulated machine described in FILE and the files are still this machine's:\n"
